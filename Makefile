@@ -1,0 +1,34 @@
+# The two commands: `make demo` and `make test`. Both install the Debian
+# packages they lack when run as root (tools/deps.sh).
+BUILD ?= build
+BUILD_SAN ?= build-sanitize
+JOBS ?= 2
+CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
+
+.PHONY: all deps build build-san demo test test-san bench clean
+
+all: build
+
+deps:
+	@sh tools/deps.sh
+
+build: deps
+	@cmake -S . -B $(BUILD) -G Ninja $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS)
+
+build-san: deps
+	@cmake -S . -B $(BUILD_SAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTERVAK_SANITIZE=ON -DTERVAK_BENCH=OFF >/dev/null
+	@cmake --build $(BUILD_SAN) -j $(JOBS)
+
+demo: build
+	@$(BUILD)/examples/host_example
+
+test: build build-san
+	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
+	@ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 ctest --test-dir $(BUILD_SAN) --output-on-failure -j $(JOBS)
+
+bench: build
+	@$(BUILD)/bench/tervak_bench
+
+clean:
+	rm -rf $(BUILD) $(BUILD_SAN)

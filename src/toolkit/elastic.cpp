@@ -1,0 +1,91 @@
+#include "toolkit/elastic.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "toolkit/types.hpp"
+#include "toolkit/usrlib.hpp"
+
+namespace tervak {
+
+namespace {
+
+// Normal diagonal and off-diagonal entries of an isotropic matrix from E, nu.
+void isotropic_entries(double E, double nu, double& G, double& diag, double& off) {
+    G = E / (2.0 * (1.0 + nu));
+    diag = ((2.0 * G) * (1.0 - nu)) / (1.0 - 2.0 * nu);
+    off = ((2.0 * G) * nu) / (1.0 - 2.0 * nu);
+}
+
+// The stress-dependent unloading-reloading modulus of models 1 and 3.
+double stress_dependent_E(const Props P, double s3) {
+    const double Eref = P(3);
+    const double m = P(4);
+    const double c = P(5);
+    const double phi = P(6) * kDegToRad;
+    const double pref = P(9);
+    const double s = std::sin(phi);
+    const double co = std::cos(phi);
+    const double numerator = std::max(c * co + s3 * s, std::max(c * co, 1.0));
+    const double denominator = c * co + pref * s;
+    return Eref * std::pow(numerator / denominator, m);
+}
+
+bool hardening_model(int iModel) { return (iModel & ~2) == 1; }
+
+}  // namespace
+
+void Matriz3(const double* Props_, const double* stress, double* D3, int iModel) {
+    mzeror(D3, 9);
+    if (!hardening_model(iModel)) return;
+    const Props P(Props_);
+    const double E = stress_dependent_E(P, stress[2]);
+    double G, diag, off;
+    isotropic_entries(E, P(8), G, diag, off);
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) D3[i + 3 * j] = (i == j) ? diag : off;
+}
+
+void Matriz6(const double* Props_, const double* stress, double* D, int iModel) {
+    mzeror(D, 36);
+    if (!hardening_model(iModel)) return;
+    const Props P(Props_);
+    const double E = stress_dependent_E(P, stress[2]);
+    double G, diag, off;
+    isotropic_entries(E, P(8), G, diag, off);
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) D[i + 6 * j] = (i == j) ? diag : off;
+    for (int i = 3; i < 6; ++i) D[i + 6 * i] = G;
+}
+
+void Matriz3_NL(double* D3, double K, double G) {
+    mzeror(D3, 9);
+    const double diag = K + 1.3333333333333333 * G;
+    const double off = K - 0.6666666666666666 * G;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) D3[i + 3 * j] = (i == j) ? diag : off;
+}
+
+void Matriz6_NL(double* D, double K, double G) {
+    mzeror(D, 36);
+    const double diag = K + 1.3333333333333333 * G;
+    const double off = K - 0.6666666666666666 * G;
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) D[i + 6 * j] = (i == j) ? diag : off;
+    for (int i = 3; i < 6; ++i) D[i + 6 * i] = G;
+}
+
+double modul(const double* v) {
+    double s = 0.0;
+    for (int i = 0; i < 6; ++i) s = s + v[i] * v[i];
+    return std::pow(s, 0.5);
+}
+
+void norm(const double* v, double* u) {
+    mzeror(u, 6);
+    const double r = modul(v);
+    if (r > 1e-10)
+        for (int i = 0; i < 6; ++i) u[i] = v[i] / r;
+}
+
+}  // namespace tervak
