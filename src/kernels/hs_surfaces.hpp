@@ -81,8 +81,8 @@ inline double f_hs(const HsParams& hp, ShearFace fc, const Vec3& P, double gamma
     return hs_yield(hp, face_q(fc, P), gamma_p, trace);
 }
 
-// The slope df/dq = 2 qa^2 / (Ei (qa - q^)^2) - 2 / Eur, q^ = min-like
-// saturation of q at qf.
+// The slope df/dq = 2 qa^2 / (Ei (qa - q^)^2) - 2 / Eur, with q^ = q below
+// the strength and qf at or beyond it.
 double hs_slope(const HsParams& hp, double q);
 
 // Gradient of a face at P: a at position i, -a at position j.

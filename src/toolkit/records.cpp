@@ -146,10 +146,9 @@ void format_1pe(char* out, int width, int digits, double x) {
     right_align(out, width, field, n);
 }
 
-ListRecord::ListRecord() {
-    buf_[0] = ' ';
-    len_ = 1;
-}
+// The record's leading blank comes with its first item: an empty list
+// writes an empty record.
+ListRecord::ListRecord() = default;
 
 // A record longer than the buffer goes out in pieces; the newline and the
 // flush still come only once, at the end.
@@ -167,7 +166,7 @@ void ListRecord::put(std::string_view s) {
 }
 
 ListRecord& ListRecord::operator<<(std::string_view text) {
-    if (!empty_ && !lastWasText_) put(" ");
+    if (empty_ || !lastWasText_) put(" ");
     put(text);
     lastWasText_ = true;
     empty_ = false;
@@ -175,7 +174,7 @@ ListRecord& ListRecord::operator<<(std::string_view text) {
 }
 
 ListRecord& ListRecord::operator<<(std::int32_t k) {
-    if (!empty_) put(" ");
+    put(" ");
     char f[11];
     format_list_int(f, k);
     put(std::string_view(f, sizeof f));
@@ -185,7 +184,7 @@ ListRecord& ListRecord::operator<<(std::int32_t k) {
 }
 
 ListRecord& ListRecord::operator<<(double x) {
-    if (!empty_) put(" ");
+    put(" ");
     char f[25];
     format_list_real(f, x);
     put(std::string_view(f, sizeof f));

@@ -3,7 +3,8 @@
 // ListRecord builds one list-directed record exactly as the GNU Fortran
 // runtime lays it out for write(6,*): a leading blank, a blank before every
 // item except a character item that directly follows a character item,
-// int32 in 11 columns, float64 in 25 columns with 17 significant digits.
+// int32 in 11 columns, float64 in 25 columns with 17 significant digits;
+// an empty list writes an empty record.
 // The record is built in a fixed buffer (no heap) and written with its
 // newline in one call, then flushed.
 #pragma once

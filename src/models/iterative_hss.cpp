@@ -1,0 +1,214 @@
+// Model 1's parameter calibration: finds the initial stiffness of the
+// hyperbola (Props(13)) that makes a drained triaxial test at 100.0 reach
+// half the failure deviator at the strain the secant modulus Props(1)
+// prescribes, then the K0 of normal consolidation (Props(10)) that gives no
+// lateral strain on the path sigma3 = K0 sigma1. Both by simulating the
+// laboratory paths with the model's own elastic matrix and the silent
+// shear-hardening-with-cap return.
+#include <algorithm>
+#include <cmath>
+
+#include "kernels/kernels.hpp"
+#include "models/models.hpp"
+#include "toolkit/elastic.hpp"
+#include "toolkit/principal.hpp"
+#include "toolkit/records.hpp"
+#include "toolkit/types.hpp"
+#include "toolkit/usrlib.hpp"
+
+namespace tervak {
+
+namespace {
+
+// A single-precision 0.001 widened to double: the fine step of both phases.
+constexpr double kFineStep = 0.0010000000474974513;
+
+// The state of one simulated sample (compression positive).
+struct Sample {
+    double sig[6] = {};  // current stresses
+    double eps[6] = {};  // accumulated strains
+    double hard[2] = {};
+    double lastDSig1 = 0.0;
+    double lastDEps1 = 0.0;
+};
+
+// One load increment dSig: strains from the inverse elastic matrix, the
+// trial stresses split into principal values and returned by the silent
+// kernel on the triaxial edge. With rotate, the returned principal values
+// are turned back with the trial directions; otherwise they are taken as the
+// axial and lateral components directly.
+void load_increment(double* Props, int option, Sample& s, const double* dSig, bool rotate) {
+    const Vec3 Prs_0{{s.sig[0], s.sig[1], s.sig[2]}};
+    double D[36], C[36], dEps[6], trial[6];
+    Matriz6(Props, Prs_0.data(), D, option);
+    matinvpiv(D, C, 6);
+    matvec(C, 6, dSig, 6, dEps);
+    addvec(s.eps, dEps, 1.0, 1.0, 6, s.eps);
+    addvec(s.sig, dSig, 1.0, 1.0, 6, trial);
+    double xN1[3], xN2[3], xN3[3], S1, S2, S3, P, Q;
+    prnsig(1, trial, xN1, xN2, xN3, S1, S2, S3, P, Q);
+    const Vec3 Prs_E{{S3, S2, S1}};
+    Vec3 Prs;
+    double hardOut[2] = {s.hard[0], s.hard[1]};
+    int iRes = 0;
+    HS_CAP_plast_it(2, Props, Prs_E, Prs, s.hard, hardOut, iRes, Prs_0, option);
+    s.hard[0] = hardOut[0];
+    s.hard[1] = hardOut[1];
+    if (rotate) {
+        carsig(Prs(3), Prs(2), Prs(1), xN1, xN2, xN3, s.sig);
+    } else {
+        s.sig[0] = Prs(1);
+        s.sig[1] = Prs(2);
+        s.sig[2] = Prs(3);
+        s.sig[3] = 0.0;
+        s.sig[4] = 0.0;
+        s.sig[5] = 0.0;
+    }
+    s.lastDSig1 = dSig[0];
+    s.lastDEps1 = dEps[0];
+}
+
+// Axial strain at which a drained triaxial test at 100.0 reaches q50.
+double triaxial_strain_at(double* Props, int option, double q50) {
+    Sample s;
+    s.sig[0] = 100.0;
+    s.sig[1] = 100.0;
+    s.sig[2] = 100.0;
+    s.hard[0] = 1e-09;
+    s.hard[1] = 100.0;
+    if (q50 <= 0.0) return 0.0;
+    do {
+        const double dSig[6] = {0.01, 100.0 - s.sig[1], 100.0 - s.sig[2], 0.0, 0.0, 0.0};
+        load_increment(Props, option, s, dSig, false);
+    } while (!(std::fabs(s.sig[0] - s.sig[2]) >= q50));
+    return s.eps[0];
+}
+
+}  // namespace
+
+void Iterative_hss(double* Props_, int option) {
+    double* Pw = Props_;  // written in place: 10 and 13
+    const Props P(Props_);
+    say("Iterative_hss started");
+    {
+        ListRecord r;
+        r << "Props";
+        for (int i = 1; i <= 15; ++i) r << P(i);
+        r.write(6);
+    }
+    const double phi = P(6) * kDegToRad;
+    const double s = std::sin(phi);
+    const double c = P(5);
+    const double cc = c * std::cos(phi);
+    const double ccot = cc / s;
+    const double pref = P(9);
+    const double T = P(12);
+    const double m = P(4);
+    const double qf_ref = std::max(ccot + pref, std::max(0.0, ccot - T)) * (2.0 * s) / (1.0 - s);
+    const double q50 = qf_ref / 2.0;
+    const double eps_t = qf_ref / (2.0 * P(1));
+
+    // Initial stiffness of the hyperbola.
+    double Ei = P(13);
+    {
+        double step = 0.01;
+        int direction = 1;
+        int counter = 0;
+        for (;;) {
+            counter = counter + 1;
+            if (counter == 101) {
+                counter = 0;
+                step = kFineStep;
+            }
+            const double eps1 = triaxial_strain_at(Props_, option, q50);
+            if (eps1 > 1.001 * eps_t) {
+                if (direction < 0) step = step * 0.99;
+                Ei = (1.0 + step) * Ei;
+                Pw[12] = Ei;
+                ListRecord() << "increase Ei_ref_inter to" << Ei << ListRecord::end;
+                direction = 1;
+            } else if (eps1 < 0.999 * eps_t) {
+                if (direction > 0) step = step * 0.99;
+                Ei = (1.0 - step) * Ei;
+                Pw[12] = Ei;
+                ListRecord() << "reduce Ei_ref_inter to" << Ei << ListRecord::end;
+                direction = -1;
+            } else {
+                ListRecord() << "Ei_ref_inter is determined:" << Ei << ListRecord::end;
+                Pw[12] = Ei;
+                break;
+            }
+        }
+    }
+
+    // Earth-pressure coefficient of normal consolidation.
+    const double delta = (3.0 + s) / (3.0 - s);
+    double K0 = P(10);
+    double Eoed = 0.0;
+    {
+        double step = 0.005;
+        int direction = 1;
+        int counter = 0;
+        for (;;) {
+            counter = counter + 1;
+            if (counter == 61) {
+                counter = 0;
+                step = kFineStep;
+            }
+            Sample smp;
+            smp.sig[0] = 1.0;
+            smp.sig[1] = K0;
+            smp.sig[2] = K0;
+            // Hardening pair of the start state: the hyperbolic gamma_p at the
+            // start deviator (capped at the failure deviator) and the cap
+            // through that state.
+            {
+                const double qf =
+                    2.0 * s / (1.0 - s) * std::max(std::max(T + ccot, ccot + K0), 1.0);
+                const double q = std::min(1.0 - K0, qf);
+                const double qa = qf / P(11);
+                const double fe =
+                    std::pow(std::max(s * K0 + cc, std::max(1.0, cc)) / (pref * s + cc), m);
+                smp.hard[0] = (2.0 * q / (P(13) * fe)) * qa / (qa - q) - 2.0 * q / (fe * P(3));
+                const double qt = (delta - 1.0) * K0 + 1.0 - delta * K0;
+                const double p = (1.0 + 2.0 * K0) / 3.0;
+                smp.hard[1] = std::pow(qt * qt / (P(14) * P(14)) + p * p, 0.5);
+            }
+            while (smp.sig[0] < 500.0) {
+                const double dSig[6] = {0.01, K0 * smp.sig[0] - smp.sig[1],
+                                        K0 * smp.sig[0] - smp.sig[2], 0.0, 0.0, 0.0};
+                load_increment(Props_, option, smp, dSig, true);
+            }
+            const double eps1 = smp.eps[0];
+            const double eps3 = smp.eps[2];
+            const double tol = 0.0001 * std::fabs(eps1);
+            const double sigma1 = smp.sig[2] / K0;
+            Eoed = (smp.lastDSig1 / smp.lastDEps1) /
+                   std::pow((sigma1 * s + cc) / (pref * s + cc), m);
+            if (eps3 > tol) {
+                if (direction < 0) step = std::max(step * 0.8, 1e-07);
+                K0 = K0 * (1.0 - step);
+                Pw[9] = K0;
+                ListRecord() << "reduce K0_nc_inter to" << K0 << ListRecord::end;
+                direction = 1;
+            } else if (eps3 < -tol) {
+                if (direction > 0) step = std::max(step * 0.8, 1e-07);
+                K0 = K0 * (1.0 + step);
+                Pw[9] = K0;
+                ListRecord() << "increase K0_nc_inter to" << K0 << ListRecord::end;
+                direction = -1;
+            } else {
+                break;
+            }
+        }
+    }
+
+    ListRecord() << "Ei_ref_inter" << Ei << ListRecord::end;
+    if (option == 1) ListRecord() << "beta" << P(15) << ListRecord::end;
+    if (option == 3) ListRecord() << "xKtmKc" << P(15) << ListRecord::end;
+    ListRecord() << "alfa" << P(14) << ListRecord::end;
+    ListRecord() << "xK0_nc_inter" << K0 << ListRecord::end;
+    ListRecord() << "Eoed_ref_inter" << Eoed << ListRecord::end;
+}
+
+}  // namespace tervak

@@ -1,0 +1,307 @@
+// The frame of models 2 and 4: task answers, the initial state, the
+// elastic matrix of the stiffness tasks and the stress task with its
+// sub-increment loop. Principal stresses are compression positive inside;
+// the host's stresses and strains are tension positive.
+#include "models/small_strain.hpp"
+
+#include <algorithm>
+#include <cmath>
+
+#include "models/parameters.hpp"
+#include "toolkit/elastic.hpp"
+#include "toolkit/principal.hpp"
+#include "toolkit/records.hpp"
+#include "toolkit/usrlib.hpp"
+#include "toolkit/writers.hpp"
+
+namespace tervak::ss {
+
+namespace {
+
+using View = tervak::Props;
+
+int debug_unit(const ModelArgs& a) { return (*a.iEl == kElDbg && *a.Int == kIntDbg) ? 6 : -1; }
+
+void header(const ModelArgs& a, int io) {
+    if (io < 1) return;
+    ListRecord() << "IDTask:" << *a.IDTask << "iEl:" << *a.iEl << "Int:" << *a.Int
+                 << "iStep:" << *a.iStep << "iTer:" << *a.iTer << ListRecord::end;
+    wriivl(io, "IsUndr", *a.IsUndr);
+    say("____________________________________________________________");
+}
+
+// Compression-positive principal values of a host-sign stress vector, and
+// the floored and unfloored mean stress.
+Vec3 principal_values(const double* sig) {
+    double xN1[3], xN2[3], xN3[3];
+    double S1 = 0.0, S2 = 0.0, S3 = 0.0, Pm = 0.0, Q = 0.0;
+    prnsig(0, sig, xN1, xN2, xN3, S1, S2, S3, Pm, Q);
+    Vec3 Prs;
+    Prs(1) = -S1;
+    Prs(2) = -S2;
+    Prs(3) = -S3;
+    return Prs;
+}
+
+double mean_stress(const Vec3& Prs) { return (Prs(1) + Prs(2) + Prs(3)) / 3.0; }
+
+double floored(double p) { return p <= 1.0 ? 1.0 : p; }
+
+// Strain of an isotropic material of moduli K, G under the stress x
+// (engineering shear strains out).
+Vec6 compliance(double K, double G, const double* x) {
+    const double m = (x[0] + x[1] + x[2]) / 3.0;
+    Vec6 e;
+    for (int i = 0; i < 3; ++i) e.v[i] = m / (3.0 * K) + (x[i] - m) / (2.0 * G);
+    for (int i = 3; i < 6; ++i) e.v[i] = x[i] / G;
+    return e;
+}
+
+// Sum of the squares of the three deviatoric normal components and the
+// three shear components of a vector.
+double deviator_squares(const double* x) {
+    const Vec6 d = [&] {
+        double m = 0.0;
+        for (int i = 0; i < 3; ++i) m = m + x[i];
+        m = m / 3.0;
+        Vec6 r;
+        for (int i = 0; i < 3; ++i) r.v[i] = x[i] - m;
+        for (int i = 3; i < 6; ++i) r.v[i] = x[i];
+        return r;
+    }();
+    double s = 0.0;
+    for (int i = 0; i < 6; ++i) s = s + d.v[i] * d.v[i];
+    return s;
+}
+
+double tau_m(const double* sig) { return std::sqrt((1.0 / 3.0) * deviator_squares(sig)); }
+double gamma_m(const double* eps) { return std::sqrt((4.0 / 3.0) * deviator_squares(eps)); }
+
+// One sub-increment: stiffness, elastic predictor, return mapping, strain
+// bookkeeping and cycle closure. sig0/sv0 at the start, sig/sv at the end.
+void sub_increment(const Point& pt, const double* sig0, const double* sv0, const double* dEps,
+                   double* sig, double* sv, double* D, int& npi, int& iPlast) {
+    const int io = pt.io;
+    copyrvec(sv0, sv, kNStat);
+
+    const Vec3 Prs_0 = principal_values(sig0);
+    wrivec(io, "Prs_0", Prs_0.data(), 3);
+    const double p_raw = mean_stress(Prs_0);
+    const double p = floored(p_raw);
+
+    const Stiffness st = small_strain_stiffness(pt, p, p_raw, dEps, sv0, sv);
+    npi = st.npi;
+    wriivl(io, npi == 1 ? "ELÁSTICO LINEAL, npi=" : "ELÁSTICO NO LINEAL, npi=", npi);
+
+    // Elastic predictor.
+    Matriz6_NL(D, st.K, st.G);
+    Mat3 D3;
+    Matriz3_NL(D3.data(), st.K, st.G);
+    double dSig[6];
+    matvec(D, 6, dEps, 6, dSig);
+    double sig_E[6];
+    addvec(sig0, dSig, 1.0, 1.0, 6, sig_E);
+    if (npi == 0) {
+        double dD[36];
+        Matriz6_NL(dD, st.dK, st.dG);
+        double dSec[6];
+        matvec(dD, 6, st.rel.data(), 6, dSec);
+        addvec(sig_E, dSec, 1.0, 1.0, 6, sig_E);
+    }
+
+    double xN1[3], xN2[3], xN3[3];
+    double S1 = 0.0, S2 = 0.0, S3 = 0.0, Pm = 0.0, Q = 0.0;
+    prnsig(1, sig_E, xN1, xN2, xN3, S1, S2, S3, Pm, Q);
+    Vec3 Prs_E;
+    Prs_E(1) = -S1;
+    Prs_E(2) = -S2;
+    Prs_E(3) = -S3;
+    wrivec(io, "Prs_E", Prs_E.data(), 3);
+
+    // Return mapping with the modulus ratio floored at 1.
+    const double R = std::max(sv[m2::sv::G_ratio - 1], 1.0);
+    Vec3 Prs;
+    int kernel = 0;
+    stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, D3, R);
+    if (kernel != 0) iPlast = kernel;
+    wrivec(io, "Las tensiones ppales al final de este paso de cálculo son Prs=", Prs.data(), 3);
+    carsig(-Prs(1), -Prs(2), -Prs(3), xN1, xN2, xN3, sig);
+
+    // Elastic strain: the increment less the plastic strain of the return.
+    Vec6 dEpsPl;
+    if (kernel != 0) {
+        double dSigPl[6];
+        addvec(sig_E, sig, 1.0, -1.0, 6, dSigPl);
+        dEpsPl = compliance(st.K, st.G, dSigPl);
+    }
+    double* eps_el = sv + (m2::sv::eps_el - 1);
+    for (int i = 0; i < 6; ++i) eps_el[i] = eps_el[i] + (dEps[i] - dEpsPl.v[i]);
+
+    cycle_closure(pt, st, sv);
+}
+
+// Sub-increments: each carries at most half the threshold strain
+// gamma_0.7 of octahedral shear strain, and there are at most 100.
+double sub_fraction(const double* Props, const double* dEps) {
+    const View P(Props);
+    const double gamma = kOct * modul(deviatoric(dEps).data());
+    const double limit = 0.5 * P(m2::gamma_07);
+    if (!(limit > 0.0) || !(gamma > limit)) return 1.0;
+    const double n = std::min(std::ceil(gamma / limit), 100.0);
+    return 1.0 / n;
+}
+
+}  // namespace
+
+void initial_state(const ModelArgs& a, const Variant& v) {
+    const View P(a.Props);
+    double* S = a.StVar0;
+    const double phi = P(m2::phi) * kDegToRad;
+    const double sp = std::sin(phi);
+    const double cp = std::cos(phi);
+
+    // Initial stresses, compression positive.
+    const double sxx = -a.Sig0[0];
+    const double syy = -a.Sig0[1];
+    const double szz = -a.Sig0[2];
+    const double p0 = (sxx + syy + szz) / 3.0;
+    double p_eq = (2.0 * P(m2::K0_nc) + 1.0) / 3.0 * syy * P(m2::OCR);
+    if (p_eq < p0) p_eq = p0;
+    double q_eq = (1.0 - P(m2::K0_nc)) * syy * P(m2::OCR);
+    if (q_eq < sxx - szz) q_eq = sxx - szz;
+    const double p_p = std::sqrt(p_eq * p_eq + (q_eq / P(m2::alpha)) * (q_eq / P(m2::alpha)));
+
+    const double ccot = P(m2::c) * cp / sp;
+    const double qf =
+        std::max({ccot + P(m2::sigma_t), ccot + szz, 1.0}) * 2.0 * sp / (1.0 - sp);
+    const double qa = qf / P(m2::R_f);
+    const double factor = std::pow(std::max(P(m2::c) * cp + szz * sp, std::max(1.0, P(m2::c) * cp)) /
+                                       (sp * P(m2::p_ref) + P(m2::c) * cp),
+                                   P(m2::m));
+    const double q = q_eq;
+    const double gamma_new = 2.0 * q / (factor * P(m2::E50_ref)) * qa / (qa - q) -
+                             2.0 * q / (factor * P(m2::Eur_ref));
+    S[m2::sv::gamma_p - 1] = std::max(gamma_new, std::max(v.gammaFloor, S[m2::sv::gamma_p - 1]));
+    S[m2::sv::p_p - 1] = std::min({S[m2::sv::p_p - 1], v.capCeiling, -p_p});
+
+    // The small-strain memory: G0 and, on reset, the strain history.
+    const bool reset = P(m2::reset) == 1.0;
+    if (S[m2::sv::G0 - 1] < 1.0 || reset) S[m2::sv::G0 - 1] = P(m2::G0_ref);
+    if (reset) mzeror(S + (m2::sv::H - 1), m2::sv::xH_M - m2::sv::H);
+    for (int i = m2::sv::xH_M; i < m2::sv::G_ref_min; ++i)
+        S[i - 1] = reset ? 0.0 : std::max(S[i - 1], 0.0);
+    for (int i = m2::sv::G_ref_min; i <= m2::sv::Gt_obs; ++i)
+        if (S[i - 1] < 1.0 || reset) S[i - 1] = P(m2::G0_ref);
+
+    copyrvec(S, a.StVar, kNStat);
+}
+
+void elastic_stiffness(const ModelArgs& a, const Variant& /*v*/) {
+    const View P(a.Props);
+    const View S0(a.StVar0);
+    const int io = debug_unit(a);
+
+    const double p = floored(mean_stress(principal_values(a.Sig0)));
+    const double s = std::pow(std::max(p, 0.1 * P(m2::p_ref_G)) / P(m2::p_ref_G), P(m2::m_G));
+    const double Kt_ref = P(m2::K_ref) / (1.0 - P(m2::m_K));
+    const double G_ur_ref = 3.0 * Kt_ref * P(m2::Eur_ref) / (9.0 * Kt_ref - P(m2::Eur_ref));
+    const double G0 = std::min(std::max(S0(m2::sv::G0), P(m2::G0_min)), P(m2::G0_ref));
+    const double gamma_alfa_ur =
+        (2.0 * P(m2::gamma_07) / 0.385) * (std::sqrt(G0 / G_ur_ref) - 1.0);
+
+    // Strain distance from the last reversal.
+    const Vec6 e = deviatoric(a.StVar0 + (m2::sv::eps - 1));
+    double rel[6];
+    addvec(e.data(), a.StVar0 + (m2::sv::eR1 - 1), 1.0, -1.0, 6, rel);
+    const double gamma_oct_DR = kOct * modul(rel);
+    const double G = s * (gamma_oct_DR >= gamma_alfa_ur ? G_ur_ref : S0(m2::sv::Gt_ap_ref));
+
+    const double K_s =
+        P(m2::K_ref) * std::pow(std::max(p, 0.1 * P(m2::p_ref_K)) / P(m2::p_ref_K), P(m2::m_K));
+    const double mean = (S0(m2::sv::eps) + S0(m2::sv::eps + 1) + S0(m2::sv::eps + 2)) / 3.0;
+    const double e_ref = -p / (3.0 * P(m2::m_K) * K_s) - mean;
+    double K = std::abs(e_ref) > 0.1 * std::abs(mean) ? (mean / e_ref + 1.0) * K_s
+                                                       : K_s / (1.0 - P(m2::m_K));
+    const double nu = P(m2::nu_ur);
+    const double Kmin = G * (2.0 / 3.0) * (1.0 + nu) / (1.0 - 2.0 * nu);
+    if (Kmin > K) K = Kmin;
+
+    Matriz6_NL(a.D, K, G);
+    *a.BulkW = 0.0;
+    if (*a.IsUndr == 1) *a.BulkW = 2.0 * G * 1.495 / 0.030000000000000027 - K;
+    wrimat(io, "D6 en Task3,6", a.D, 6, 6, 6);
+}
+
+void stress_task(const ModelArgs& a, const Variant& v) {
+    const int io = debug_unit(a);
+    const Point pt{a.Props, *a.iEl, *a.Int, *a.iTer, *a.IsUndr, io, &v};
+
+    copyrvec(a.StVar0, a.StVar, kNStat);
+    *a.Pw = *a.Pw0;
+    if (*a.IsUndr == 1) *a.Pw = *a.Pw0 + *a.BulkW * (a.dEps[0] + a.dEps[1] + a.dEps[2]);
+
+    double sig0[6], sig[6];
+    double sv0[kNStat], sv[kNStat];
+    copyrvec(a.Sig0, sig0, 6);
+    copyrvec(a.StVar0, sv0, kNStat);
+    int npi = 1;
+    int iPlast = 0;
+
+    const Vec6 de = deviatoric(a.dEps);
+    if (modul(de.data()) > 0.01 * modul(a.dEps)) {
+        const double step = sub_fraction(a.Props, a.dEps);
+        double remaining = 1.0;
+        for (int it = 1; remaining > 0.001; ++it) {
+            double fraction = std::min(step, remaining);
+            if (remaining - fraction <= 0.001) fraction = remaining;
+            double dEps[6];
+            for (int i = 0; i < 6; ++i) dEps[i] = fraction * a.dEps[i];
+            sub_increment(pt, sig0, sv0, dEps, sig, sv, a.D, npi, iPlast);
+            copyrvec(sig, sig0, 6);
+            copyrvec(sv, sv0, kNStat);
+            remaining = remaining - fraction;
+        }
+    } else {
+        sub_increment(pt, sig0, sv0, a.dEps, sig, sv, a.D, npi, iPlast);
+        copyrvec(sig, sig0, 6);
+        copyrvec(sv, sv0, kNStat);
+    }
+    wriivl(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
+
+    // Observed secant and tangent shear moduli of the point.
+    const double tm = tau_m(sig0);
+    const double gm = gamma_m(sv0 + (m2::sv::eps - 1));
+    if (gm > 1e-07) sv0[m2::sv::Gs_obs - 1] = tm / gm;
+    const double tm0 = tau_m(a.Sig0);
+    const double gm0 = gamma_m(a.StVar0 + (m2::sv::eps - 1));
+    if (std::abs(gm - gm0) > 1e-10)
+        sv0[m2::sv::Gt_obs - 1] = std::abs(tm - tm0) / std::abs(gm - gm0);
+
+    copyrvec(sig0, a.Sig, 6);
+    copyrvec(sv0, a.StVar, kNStat);
+    *a.iPlast = iPlast;
+}
+
+void small_strain_model(const ModelArgs& a, const Variant& v) {
+    const int io = debug_unit(a);
+    header(a, io);
+    switch (*a.IDTask) {
+        case 1: initial_state(a, v); break;
+        case 2: stress_task(a, v); break;
+        case 3:
+        case 6: elastic_stiffness(a, v); break;
+        case 4:
+            *a.nStat = kNStat;
+            wriivl(io, "nStat", *a.nStat);
+            break;
+        case 5:
+            *a.NonSym = 0;
+            *a.StrsDep = 1;
+            *a.TimeDep = 0;
+            *a.Tangent = 0;
+            break;
+        default: break;
+    }
+}
+
+}  // namespace tervak::ss

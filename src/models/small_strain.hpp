@@ -1,0 +1,99 @@
+// Hardening soil with small-strain stiffness and a memory of strain
+// reversals: the frame shared by models 2 and 4 (parameters, 62 state
+// variables, task answers), the small-strain stiffness of a step and the
+// stress-point algorithm that runs the return-mapping kernels.
+//
+// Model 4 is model 2 with a handful of settled differences; both are this
+// one implementation, configured by a Variant.
+#pragma once
+
+#include "models/models.hpp"
+#include "toolkit/types.hpp"
+
+namespace tervak::ss {
+
+// The settled differences between model 2 and model 4.
+struct Variant {
+    int iModel;               // model number handed to the kernels
+    double gammaFloor;        // task 1: floor of the mobilised plastic shear strain
+    double capCeiling;        // task 1: the stored cap pressure is at most this
+    bool boundedBookkeeping;  // reference-modulus bookkeeping of state variables 52 and 62
+    bool guardedMemory;       // the further 1e-10 tests of the reversal memory
+};
+
+inline constexpr Variant kModel2{2, 1e-10, -1.0, false, false};
+inline constexpr Variant kModel4{4, 1e-08, -10.0, true, true};
+
+// The one stress point that prints diagnostics (also the kernels' trace point).
+inline constexpr int kElDbg = 11;
+inline constexpr int kIntDbg = 4;
+
+inline constexpr int kNStat = 62;
+
+// Norm of a deviatoric strain vector to octahedral shear strain (2/sqrt(3)).
+inline constexpr double kOct = 1.1547005383792515;
+
+// A six-component strain or stress vector, xx, yy, zz, xy, yz, zx; v(1..6).
+struct Vec6 {
+    double v[6] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
+
+    constexpr double& operator()(int i) { return v[i - 1]; }
+    constexpr double operator()(int i) const { return v[i - 1]; }
+    constexpr double* data() { return v; }
+    constexpr const double* data() const { return v; }
+};
+
+// What every routine of a stress point needs to know of the call.
+struct Point {
+    const double* Props;
+    int iEl;
+    int Int;
+    int iTer;
+    int IsUndr;
+    int io;  // diagnostic unit: 6 at the printing point, -1 elsewhere
+    const Variant* var;
+};
+
+// The stiffness of one sub-increment, as the elastic predictor uses it.
+struct Stiffness {
+    double K = 0.0;              // bulk modulus of the elastic matrix
+    double G = 0.0;              // shear modulus of the elastic matrix
+    double dK = 0.0;             // secant update of the bulk modulus (0 in a linear step)
+    double dG = 0.0;             // secant update of the shear modulus (0 in a linear step)
+    int npi = 1;                 // 1 linear, 0 non-linear
+    bool real = false;           // a deviatoric increment large enough for the memory
+    double gamma_alfa_ur = 0.0;  // cut-off strain of the step
+    Vec6 rel;                    // deviatoric strain since the reversal, end of the increment
+};
+
+// Deviatoric part of a strain vector (normal entries less a third of the
+// volumetric strain; shear entries as they are).
+Vec6 deviatoric(const double* e);
+
+// Small-strain stiffness of one sub-increment (strain measures, history,
+// change of G0, reference-modulus bookkeeping, choice of law, npi, new
+// cycle). Reads the start state sv0, writes the step's state sv (positions
+// 3 to 15, 22 to 62). p is the floored mean stress, p_raw the unfloored one.
+Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const double* dEps,
+                                 const double* sv0, double* sv);
+
+// Cycle closure at the end of a sub-increment: tests the stored levels
+// against the strain travelled since the reversal, restores the history
+// and the reversal strains of a closed cycle and pops its levels.
+void cycle_closure(const Point& pt, const Stiffness& st, double* sv);
+
+// The return mapping of one trial state: yield tests, kernel chain, area
+// correction. sv0 holds the hardening pair of the start, sv receives the
+// returned one; iPlast is written when a kernel runs (0 when elastic).
+void stress_point(const Point& pt, const Vec3& Prs_0, const Vec3& Prs_E, Vec3& Prs,
+                  const double* sv0, double* sv, int& iPlast, const Mat3& D3, double R);
+
+// The host's call for model 2 or 4.
+void small_strain_model(const ModelArgs& a, const Variant& v);
+
+// Task answers, exposed for tests and benchmarks.
+void initial_state(const ModelArgs& a, const Variant& v);     // task 1
+void elastic_stiffness(const ModelArgs& a, const Variant& v);  // tasks 3 and 6
+void stress_task(const ModelArgs& a, const Variant& v);        // task 2
+
+}  // namespace tervak::ss

@@ -1,0 +1,72 @@
+// Running laboratory tests: CSV rows as increments converge, a summary of
+// each test (JSON beside the CSV) and the summary table.
+#pragma once
+
+#include <cstdio>
+#include <limits>
+#include <string>
+#include <vector>
+
+#include "lab_file.hpp"
+
+namespace tervak::lab {
+
+struct RunOptions {
+    std::string out_dir = "results";
+    bool progress = false;      // progress line on standard error
+    bool write_files = true;    // CSV and JSON
+};
+
+struct SummaryItem {
+    std::string key;
+    double value;
+    std::string unit;
+};
+
+struct CyclicPoint {
+    double gamma = 0, G = 0, G_ratio = 0, damping = 0, u = 0;
+};
+
+// One converged increment in the soil-mechanics sign (compression positive).
+struct ResultRow {
+    int stage = 0;
+    int increment = 0;
+    long step = 0;
+    Vec6 eps{};  // strains, engineering shear strains
+    Vec6 sig{};  // effective stresses
+    double u = 0.0;  // pore pressure
+    int iplast = 0;
+    int iterations = 0;
+    double p() const { return (sig[0] + sig[1] + sig[2]) / 3.0; }
+    double q() const;
+    double eps_v() const { return eps[0] + eps[1] + eps[2]; }
+    double eps_q() const;
+};
+
+struct TestResult {
+    std::string id;  // <file stem>_<test name>
+    std::string file_stem, test_name, kind, title, units;
+    int model = 0;
+    bool ok = false;
+    std::string error;
+    long increments = 0;
+    long stress_calls = 0;
+    double seconds = 0.0;
+    std::vector<SummaryItem> summary;
+    std::vector<CyclicPoint> cyclic;
+    std::string csv_path, json_path;
+    std::vector<ResultRow> rows;
+};
+
+// Runs one test of a file. Never throws for a failing test: the error is
+// in the result, and everything converged before it is in the CSV.
+TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest& test,
+                    const RunOptions& opt);
+
+// Summary quantities from the rows of a finished (or partly finished) test.
+void summarize(const LabTest& test, TestResult& r);
+
+// The summary table, one line per test.
+void print_summary_table(std::FILE* out, const std::vector<TestResult>& results);
+
+}  // namespace tervak::lab

@@ -1,0 +1,266 @@
+// tervak-lab: runs laboratory tests on a model library through user_mod_.
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "lab_file.hpp"
+#include "lab_run.hpp"
+#include "model_library.hpp"
+
+using namespace tervak::lab;
+namespace fs = std::filesystem;
+
+namespace {
+
+std::FILE* g_out = stdout;  // the lab's own standard output
+
+const char* kUsage =
+    "usage: tervak-lab [options] TEST.toml|DIR ...\n"
+    "Runs the laboratory tests of each file (every *.toml of a directory) on a\n"
+    "model library, writes one CSV and one JSON summary per test into the\n"
+    "results folder and prints the summary table.\n"
+    "\n"
+    "options:\n"
+    "  --lib PATH           model library (default: libtervak.so beside this program)\n"
+    "  --out DIR            results folder (default: results)\n"
+    "  --suite DIR          same as giving DIR\n"
+    "  --test NAME          run only the tests with this name\n"
+    "  --plot               draw PNG figures with plot.py (python3 + matplotlib)\n"
+    "  --python PATH        interpreter for plotting (default: /usr/bin/python3)\n"
+    "  --plot-script PATH   plotting script (default: the lab's plot.py)\n"
+    "  --progress           progress line on standard error (default: when it is a terminal)\n"
+    "  --no-progress        no progress line\n"
+    "  --model-output FILE  where the library's standard output goes (default: discarded;\n"
+    "                       '-' leaves it on standard output)\n"
+    "  --check              read and check the files only\n"
+    "  --list-params        print the library's models, parameters and state variables\n"
+    "  -h, --help           this text\n"
+    "exit status: 0 all tests ran, 1 a test failed, 2 a file or an option was rejected\n";
+
+std::string exe_dir() {
+    std::error_code ec;
+    fs::path p = fs::read_symlink("/proc/self/exe", ec);
+    return ec ? std::string(".") : p.parent_path().string();
+}
+
+std::string default_library() {
+    fs::path beside = fs::path(exe_dir()) / "libtervak.so";
+    std::error_code ec;
+    if (fs::exists(beside, ec)) return beside.string();
+#ifdef TERVAK_LAB_DEFAULT_LIB
+    if (fs::exists(TERVAK_LAB_DEFAULT_LIB, ec)) return TERVAK_LAB_DEFAULT_LIB;
+#endif
+    return beside.string();
+}
+
+std::string default_plot_script() {
+    fs::path beside = fs::path(exe_dir()) / "tervak-lab-plot.py";
+    std::error_code ec;
+    if (fs::exists(beside, ec)) return beside.string();
+#ifdef TERVAK_LAB_PLOT_SCRIPT
+    return TERVAK_LAB_PLOT_SCRIPT;
+#else
+    return beside.string();
+#endif
+}
+
+int run_plot(const std::string& python, const std::string& script, const std::vector<std::string>& jsons,
+             int out_fd) {
+    std::vector<std::string> args = {python, script};
+    args.insert(args.end(), jsons.begin(), jsons.end());
+    std::vector<char*> argv;
+    for (auto& a : args) argv.push_back(a.data());
+    argv.push_back(nullptr);
+    std::fflush(g_out);
+    pid_t pid = fork();
+    if (pid < 0) return -1;
+    if (pid == 0) {
+        dup2(out_fd, 1);
+        execv(python.c_str(), argv.data());
+        std::fprintf(stderr, "tervak-lab: cannot run %s: %s\n", python.c_str(), std::strerror(errno));
+        _exit(127);
+    }
+    int st = 0;
+    while (waitpid(pid, &st, 0) < 0 && errno == EINTR) {
+    }
+    return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
+}
+
+void list_params(const ModelLibrary& lib) {
+    int n = lib.model_count();
+    if (n < 0) {
+        std::fprintf(g_out, "%s does not describe its models (no metadata exports).\n", lib.path().c_str());
+        if (lib.is_tervak()) {
+            std::fprintf(g_out, "The lab knows the Tervak layouts by position:\n");
+            for (int m = 1; m <= 4; ++m) {
+                std::fprintf(g_out, "model %d:", m);
+                for (int p = 1; p <= 25; ++p) {
+                    std::string nm = builtin_parameter_name(m, p);
+                    if (!nm.empty()) std::fprintf(g_out, " %d:%s", p, nm.c_str());
+                }
+                std::fprintf(g_out, "\n");
+            }
+        }
+        return;
+    }
+    for (int m = 1; m <= n; ++m) {
+        std::fprintf(g_out, "model %d: %s\n", m, lib.model_name(m).c_str());
+        auto ps = lib.parameters(m);
+        for (size_t i = 0; i < ps.size(); ++i)
+            std::fprintf(g_out, "  parameter %2zu  %-16s %s\n", i + 1, ps[i].name.c_str(), ps[i].unit.c_str());
+        auto sv = lib.state_variables(m);
+        for (size_t i = 0; i < sv.size(); ++i)
+            std::fprintf(g_out, "  state var %2zu  %-16s %s\n", i + 1, sv[i].name.c_str(), sv[i].unit.c_str());
+    }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+    std::string lib_path, out_dir = "results", python = "/usr/bin/python3", script = default_plot_script();
+    std::string only, model_output;
+    bool plot = false, check = false, list = false;
+    int progress = -1;
+    std::vector<std::string> inputs;
+    for (int i = 1; i < argc; ++i) {
+        std::string a = argv[i];
+        auto value = [&](const char* name) -> std::string {
+            if (i + 1 >= argc) {
+                std::fprintf(stderr, "tervak-lab: %s needs a value\n%s", name, kUsage);
+                std::exit(2);
+            }
+            return argv[++i];
+        };
+        if (a == "-h" || a == "--help") {
+            std::fputs(kUsage, stdout);
+            return 0;
+        } else if (a == "--lib") lib_path = value("--lib");
+        else if (a == "--out") out_dir = value("--out");
+        else if (a == "--suite") inputs.push_back(value("--suite"));
+        else if (a == "--test") only = value("--test");
+        else if (a == "--plot") plot = true;
+        else if (a == "--python") python = value("--python");
+        else if (a == "--plot-script") script = value("--plot-script");
+        else if (a == "--progress") progress = 1;
+        else if (a == "--no-progress") progress = 0;
+        else if (a == "--model-output") model_output = value("--model-output");
+        else if (a == "--check") check = true;
+        else if (a == "--list-params") list = true;
+        else if (!a.empty() && a[0] == '-') {
+            std::fprintf(stderr, "tervak-lab: unknown option '%s'\n%s", a.c_str(), kUsage);
+            return 2;
+        } else inputs.push_back(a);
+    }
+    if (inputs.empty() && !list) {
+        std::fprintf(stderr, "tervak-lab: no test file given\n%s", kUsage);
+        return 2;
+    }
+    if (lib_path.empty()) lib_path = default_library();
+    if (progress < 0) progress = isatty(2) ? 1 : 0;
+
+    // The library's own standard output must not mix with the tables.
+    std::fflush(stdout);
+    int own_fd = dup(1);
+    if (own_fd >= 0) g_out = fdopen(own_fd, "w");
+    if (!g_out) {
+        g_out = stdout;
+        own_fd = 1;
+    } else if (model_output != "-") {
+        const char* target = model_output.empty() ? "/dev/null" : model_output.c_str();
+        int fd = open(target, O_WRONLY | O_CREAT | O_TRUNC, 0644);
+        if (fd < 0) {
+            std::fprintf(stderr, "tervak-lab: cannot open --model-output '%s': %s\n", target, std::strerror(errno));
+            return 2;
+        }
+        dup2(fd, 1);
+        close(fd);
+    }
+
+    try {
+        ModelLibrary lib(lib_path);
+        if (list) {
+            list_params(lib);
+            std::fflush(g_out);
+            if (inputs.empty()) return 0;
+        }
+        // Files, and every *.toml of a directory in name order.
+        std::vector<std::string> files;
+        int status = 0;
+        for (const auto& in : inputs) {
+            std::error_code ec;
+            if (fs::is_directory(in, ec)) {
+                std::vector<std::string> found;
+                for (const auto& e : fs::directory_iterator(in, ec))
+                    if (e.path().extension() == ".toml") found.push_back(e.path().string());
+                std::sort(found.begin(), found.end());
+                if (found.empty()) {
+                    std::fprintf(stderr, "tervak-lab: no *.toml files in '%s'\n", in.c_str());
+                    status = 2;
+                }
+                files.insert(files.end(), found.begin(), found.end());
+            } else {
+                files.push_back(in);
+            }
+        }
+        std::vector<TestResult> results;
+        std::vector<std::string> jsons;
+        RunOptions opt;
+        opt.out_dir = out_dir;
+        opt.progress = progress == 1;
+        for (const auto& path : files) {
+            TestFile tf;
+            try {
+                tf = load_test_file(path, lib);
+            } catch (const LabError& e) {
+                std::fprintf(stderr, "tervak-lab: %s\n", e.what());
+                status = 2;
+                continue;
+            }
+            if (check) {
+                std::fprintf(g_out, "%s: ok, model %d, %zu test(s)\n", path.c_str(), tf.model, tf.tests.size());
+                continue;
+            }
+            for (const auto& t : tf.tests) {
+                if (!only.empty() && t.name != only) continue;
+                TestResult r = run_test(lib, tf, t, opt);
+                if (!r.ok) {
+                    std::fprintf(stderr, "tervak-lab: %s: %s\n", r.id.c_str(), r.error.c_str());
+                    if (status == 0) status = 1;
+                }
+                if (!r.json_path.empty()) jsons.push_back(r.json_path);
+                r.rows.clear();
+                r.rows.shrink_to_fit();
+                results.push_back(std::move(r));
+            }
+        }
+        if (!check) {
+            if (results.empty() && status == 0) {
+                std::fprintf(stderr, "tervak-lab: no test matched\n");
+                status = 2;
+            }
+            if (!results.empty()) print_summary_table(g_out, results);
+            std::fflush(g_out);
+            if (plot && !jsons.empty()) {
+                int rc = run_plot(python, script, jsons, own_fd);
+                if (rc != 0) {
+                    std::fprintf(stderr, "tervak-lab: plotting failed (%s %s, status %d)\n", python.c_str(),
+                                 script.c_str(), rc);
+                    if (status == 0) status = 1;
+                }
+            }
+        }
+        std::fflush(g_out);
+        return status;
+    } catch (const LabError& e) {
+        std::fprintf(stderr, "tervak-lab: %s\n", e.what());
+        return 2;
+    }
+}

@@ -1,0 +1,452 @@
+#include "point_driver.hpp"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <cstring>
+#include <limits>
+
+namespace tervak::lab {
+
+const char* const kComponentNames[6] = {"xx", "yy", "zz", "xy", "yz", "zx"};
+
+namespace {
+
+// Stresses are pre-filled with a marked NaN so that "the model wrote
+// nothing" can be told from "the model wrote NaN".
+constexpr std::uint64_t kUnwrittenBits = 0x7ff8000000a1ab5eULL;
+double unwritten() {
+    double x;
+    std::memcpy(&x, &kUnwrittenBits, sizeof x);
+    return x;
+}
+bool is_unwritten(double x) {
+    std::uint64_t b;
+    std::memcpy(&b, &x, sizeof b);
+    return b == kUnwrittenBits;
+}
+constexpr size_t kMinProps = 50;  // hosts pass a fixed-length parameter array
+constexpr int kStallIterations = 8;
+
+bool is_normal(int i) { return i < 3; }
+
+std::string fmt(const char* f, double x) {
+    char buf[64];
+    std::snprintf(buf, sizeof buf, f, x);
+    return buf;
+}
+
+// Solves A x = b in place (n x n, row-major a[i*n+j]) by Gaussian
+// elimination with partial pivoting; false when singular.
+bool solve(std::vector<double> a, std::vector<double>& b, int n) {
+    double scale = 0.0;
+    for (double v : a) scale = std::max(scale, std::fabs(v));
+    if (!(scale > 0.0) || !std::isfinite(scale)) return false;
+    for (int k = 0; k < n; ++k) {
+        int p = k;
+        for (int i = k + 1; i < n; ++i)
+            if (std::fabs(a[i * n + k]) > std::fabs(a[p * n + k])) p = i;
+        if (std::fabs(a[p * n + k]) <= 1e-14 * scale) return false;
+        if (p != k) {
+            for (int j = 0; j < n; ++j) std::swap(a[k * n + j], a[p * n + j]);
+            std::swap(b[k], b[p]);
+        }
+        for (int i = k + 1; i < n; ++i) {
+            double f = a[i * n + k] / a[k * n + k];
+            if (f == 0.0) continue;
+            for (int j = k; j < n; ++j) a[i * n + j] -= f * a[k * n + j];
+            b[i] -= f * b[k];
+        }
+    }
+    for (int k = n - 1; k >= 0; --k) {
+        double s = b[k];
+        for (int j = k + 1; j < n; ++j) s -= a[k * n + j] * b[j];
+        b[k] = s / a[k * n + k];
+    }
+    for (double v : b)
+        if (!std::isfinite(v)) return false;
+    return true;
+}
+
+}  // namespace
+
+void check_model_number(const ModelLibrary& lib, int model) {
+    int count = lib.model_count();
+    if (count < 0 && lib.is_tervak()) count = 4;
+    if (count >= 0 && (model < 1 || model > count)) {
+        throw LabError("model = " + std::to_string(model) + " is not a model of '" + lib.path() +
+                       "' (it has models 1 to " + std::to_string(count) + ")");
+    }
+}
+
+PointDriver::PointDriver(const ModelLibrary& lib, int model, std::vector<double> props,
+                         HostOptions host, SolverOptions solver)
+    : lib_(lib), fn_(lib.user_mod()), model_(model), props_(std::move(props)), host_(host),
+      solver_(solver) {
+    check_model_number(lib, model);
+    if (props_.size() < kMinProps) props_.resize(kMinProps, 0.0);
+    if (host_.stiffness_task != 3 && host_.stiffness_task != 6)
+        throw LabError("stiffness_task must be 3 or 6, not " + std::to_string(host_.stiffness_task));
+}
+
+void PointDriver::call(int32_t task, int32_t undrained, int32_t step, int32_t iter,
+                       const Vec6& deps, double* D, double& bulkw, Vec6& sig, double& pw,
+                       std::vector<double>& sv, int32_t& iplast) {
+    int32_t id = task, im = model_, iu = undrained, is = step, it = iter;
+    int32_t iel = host_.element, ip = host_.point;
+    int32_t nstat = attr_.nstat, nonsym = attr_.nonsym, strsdep = attr_.strsdep;
+    int32_t timedep = attr_.timedep, tangent = attr_.tangent;
+    double time0 = time_;
+    // Host-owned arguments the library never dereferences.
+    double arg8 = 0, arg9 = 0, arg10 = 0, arg12 = 0, arg29 = 0, arg30 = 0, arg31 = 0;
+    Vec6 sig0 = state_.sig;
+    double pw0 = state_.pw;
+    std::vector<double> sv0 = state_.sv;
+    Vec6 de = deps;
+    if (sv0.empty()) sv0.push_back(0.0);
+    if (sv.size() < sv0.size()) sv.resize(sv0.size(), 0.0);
+    fn_(&id, &im, &iu, &is, &it, &iel, &ip, &arg8, &arg9, &arg10, &time0, &arg12, props_.data(),
+        sig0.data(), &pw0, sv0.data(), de.data(), D, &bulkw, sig.data(), &pw, sv.data(), &iplast,
+        &nstat, &nonsym, &strsdep, &timedep, &tangent, &arg29, &arg30, &arg31);
+}
+
+void PointDriver::stiffness(bool undrained, Mat6& D, double& bulkw) {
+    D.fill(0.0);
+    bulkw = 0.0;
+    Vec6 sig{}, deps{};
+    double pw = state_.pw;
+    std::vector<double> sv = state_.sv;
+    int32_t iplast = 0;
+    call(host_.stiffness_task, undrained ? 1 : 0, static_cast<int32_t>(increments_ + 1), 0, deps,
+         D.data(), bulkw, sig, pw, sv, iplast);
+    bool any = false;
+    for (double v : D) {
+        if (!std::isfinite(v))
+            throw LabError("model " + std::to_string(model_) + " returned a non-finite stiffness matrix (task " +
+                           std::to_string(host_.stiffness_task) + ")");
+        if (v != 0.0) any = true;
+    }
+    if (!any)
+        throw LabError("model " + std::to_string(model_) + " returned no stiffness matrix (task " +
+                       std::to_string(host_.stiffness_task) + " left D zero)");
+    if (!std::isfinite(bulkw))
+        throw LabError("model " + std::to_string(model_) + " returned a non-finite BulkW");
+    if (!undrained) bulkw = 0.0;
+}
+
+void PointDriver::initialize(const Vec6& sig0, double pw0, const std::vector<double>& sv0) {
+    for (int i = 0; i < 6; ++i)
+        if (!std::isfinite(sig0[i]))
+            throw LabError(std::string("initial stress component ") + kComponentNames[i] + " is not finite");
+    if (!std::isfinite(pw0)) throw LabError("initial pore pressure is not finite");
+    int32_t iplast = 0;
+    state_.sig = sig0;
+    state_.pw = pw0;
+    state_.eps.fill(0.0);
+    state_.sv.clear();
+
+    // Tasks 4 and 5, once.
+    {
+        int32_t id = 4, im = model_, iu = 0, is = 0, it = 0, iel = host_.element, ip = host_.point;
+        int32_t nstat = 0, nonsym = 0, strsdep = 0, timedep = 0, tangent = 0;
+        double time0 = 0, a8 = 0, a9 = 0, a10 = 0, a12 = 0, a29 = 0, a30 = 0, a31 = 0, p0 = 0, p = 0, bw = 0;
+        double sv0b[1] = {0}, svb[1] = {0};
+        Vec6 s0 = sig0, s{}, de{};
+        Mat6 DD{};
+        fn_(&id, &im, &iu, &is, &it, &iel, &ip, &a8, &a9, &a10, &time0, &a12, props_.data(),
+            s0.data(), &p0, sv0b, de.data(), DD.data(), &bw, s.data(), &p, svb, &iplast, &nstat,
+            &nonsym, &strsdep, &timedep, &tangent, &a29, &a30, &a31);
+        if (nstat < 0 || nstat > 100000)
+            throw LabError("model " + std::to_string(model_) + " asks for " + std::to_string(nstat) +
+                           " state variables (task 4)");
+        attr_.nstat = nstat;
+        id = 5;
+        fn_(&id, &im, &iu, &is, &it, &iel, &ip, &a8, &a9, &a10, &time0, &a12, props_.data(),
+            s0.data(), &p0, sv0b, de.data(), DD.data(), &bw, s.data(), &p, svb, &iplast, &nstat,
+            &nonsym, &strsdep, &timedep, &tangent, &a29, &a30, &a31);
+        attr_.nonsym = nonsym;
+        attr_.strsdep = strsdep;
+        attr_.timedep = timedep;
+        attr_.tangent = tangent;
+    }
+    if (sv0.size() > static_cast<size_t>(attr_.nstat))
+        throw LabError("initial state variables: " + std::to_string(sv0.size()) + " values given but model " +
+                       std::to_string(model_) + " has " + std::to_string(attr_.nstat));
+
+    // Task 1 on the host's arrays: StVar0 pre-filled, StVar a copy.
+    state_.sv.assign(std::max(attr_.nstat, 1), 0.0);
+    std::copy(sv0.begin(), sv0.end(), state_.sv.begin());
+    std::vector<double> before = state_.sv;
+    std::vector<double> out = state_.sv;
+    {
+        int32_t id = 1, im = model_, iu = 0, is = 0, it = 0, iel = host_.element, ip = host_.point;
+        int32_t nstat = attr_.nstat, nonsym = attr_.nonsym, strsdep = attr_.strsdep;
+        int32_t timedep = attr_.timedep, tangent = attr_.tangent;
+        double time0 = 0, a8 = 0, a9 = 0, a10 = 0, a12 = 0, a29 = 0, a30 = 0, a31 = 0;
+        double p0 = pw0, p = pw0, bw = 0;
+        Vec6 s0 = sig0, s = sig0, de{};
+        Mat6 DD{};
+        fn_(&id, &im, &iu, &is, &it, &iel, &ip, &a8, &a9, &a10, &time0, &a12, props_.data(),
+            s0.data(), &p0, state_.sv.data(), de.data(), DD.data(), &bw, s.data(), &p, out.data(),
+            &iplast, &nstat, &nonsym, &strsdep, &timedep, &tangent, &a29, &a30, &a31);
+    }
+    // Some models initialise StVar, some StVar0 in place: take what changed.
+    for (size_t i = 0; i < out.size(); ++i)
+        if (out[i] != before[i] || std::isnan(out[i]) != std::isnan(before[i])) state_.sv[i] = out[i];
+    state_.sv.resize(attr_.nstat);
+    for (size_t i = 0; i < state_.sv.size(); ++i)
+        if (!std::isfinite(state_.sv[i]))
+            throw LabError("model " + std::to_string(model_) + " initialised state variable " +
+                           std::to_string(i + 1) + " to a non-finite value (task 1)");
+    initialized_ = true;
+    time_ = 0.0;
+}
+
+bool PointDriver::solve_increment(const std::array<Control, 6>& ctl, const Vec6& target,
+                                  const std::vector<std::vector<int>>& groups, bool undrained,
+                                  long step, Trial& out, std::string& why) {
+    const int n = static_cast<int>(groups.size());
+    Vec6 deps{};
+    for (int i = 0; i < 6; ++i)
+        deps[i] = ctl[i] == Control::Strain ? target[i] - state_.eps[i] : 0.0;
+
+    Mat6 D{};
+    double bulkw = 0.0;
+    stiffness(undrained, D, bulkw);
+    // Jacobian: change of the total stress per unit strain increment.
+    auto A = [&](int i, int j) {
+        double a = D[i + 6 * j];
+        if (undrained && is_normal(i) && is_normal(j)) a += bulkw;
+        return a;
+    };
+    auto total0 = [&](int i) { return state_.sig[i] + (is_normal(i) ? state_.pw : 0.0); };
+
+    std::vector<double> J0(n * n, 0.0);
+    for (int g = 0; g < n; ++g)
+        for (int h = 0; h < n; ++h)
+            for (int i : groups[g])
+                for (int j : groups[h]) J0[g * n + h] += A(i, j);
+    std::vector<double> J = J0;
+
+    double scale = 1.0;
+    for (int i = 0; i < 6; ++i) {
+        scale = std::max(scale, std::fabs(total0(i)));
+        if (ctl[i] == Control::Stress) scale = std::max(scale, std::fabs(target[i]));
+    }
+    const double tol = solver_.tolerance * scale;
+
+    // Linear prediction of the unknown strains from the stiffness.
+    if (n > 0) {
+        std::vector<double> r(n, 0.0);
+        for (int g = 0; g < n; ++g)
+            for (int i : groups[g]) {
+                double s = target[i] - total0(i);
+                for (int j = 0; j < 6; ++j)
+                    if (ctl[j] == Control::Strain) s -= A(i, j) * deps[j];
+                r[g] += s;
+            }
+        if (!solve(J0, r, n)) {
+            why = "the stiffness matrix is singular for the stress-controlled components";
+            return false;
+        }
+        for (int g = 0; g < n; ++g)
+            for (int i : groups[g]) deps[i] = r[g];
+    }
+
+    std::vector<double> res(n, 0.0), res_prev(n, 0.0), dx(n, 0.0);
+    double worst = 0.0, best = HUGE_VAL;
+    int worst_comp = -1, best_at = 0;
+    for (int it = 1; it <= solver_.max_iterations; ++it) {
+        if (it > 1) stiffness(undrained, D, bulkw);  // host order: stiffness, then stresses
+        Trial t;
+        t.sig.fill(unwritten());
+        t.pw = state_.pw;
+        t.sv = state_.sv;
+        t.sv.resize(std::max<size_t>(t.sv.size(), 1));
+        int32_t iplast = 0;
+        Mat6 Dcall = D;
+        double bw = bulkw;
+        call(2, undrained ? 1 : 0, static_cast<int32_t>(step), it, deps, Dcall.data(), bw, t.sig,
+             t.pw, t.sv, iplast);
+        ++stress_calls_;
+        t.sv.resize(state_.sv.size());
+        bool untouched = true, finite = std::isfinite(t.pw);
+        for (double v : t.sig) {
+            if (!is_unwritten(v)) untouched = false;
+            if (!std::isfinite(v)) finite = false;
+        }
+        if (untouched)
+            throw LabError("model " + std::to_string(model_) +
+                           " does not answer the stress task (task 2 wrote no stresses)");
+        for (double v : t.sv)
+            if (!std::isfinite(v)) finite = false;
+        if (!finite) {
+            why = "the model returned non-finite stresses or state variables";
+            return false;
+        }
+        // Out-of-balance stresses of the unknowns.
+        worst = 0.0;
+        worst_comp = -1;
+        double norm = 0.0;
+        for (int g = 0; g < n; ++g) {
+            double s = 0.0;
+            for (int i : groups[g]) s += target[i] - (t.sig[i] + (is_normal(i) ? t.pw : 0.0));
+            res[g] = s;
+            double per = std::fabs(s) / static_cast<double>(groups[g].size());
+            norm += s * s;
+            if (per > worst) {
+                worst = per;
+                worst_comp = groups[g].front();
+            }
+        }
+        if (!std::isfinite(norm)) {
+            why = "non-finite out-of-balance stresses";
+            return false;
+        }
+        if (solver_.trace)
+            std::fprintf(stderr, "step %ld iteration %d: out-of-balance %.6g on %s (tolerance %.3g)\n", step, it,
+                         worst, worst_comp >= 0 ? kComponentNames[worst_comp] : "-", tol);
+        if (worst <= tol) {
+            t.iplast = iplast;
+            t.iterations = it;
+            t.deps = deps;
+            out = std::move(t);
+            return true;
+        }
+        // A model whose answer is not smooth in the strains can keep the
+        // iteration from settling: give up early and let the caller cut.
+        if (worst < best) {
+            best = worst;
+            best_at = it;
+        } else if (it - best_at >= kStallIterations) {
+            why = "the iteration stalled (no progress in " + std::to_string(kStallIterations) +
+                  " iterations); out-of-balance stress " + fmt("%.4g", worst) + " on component " +
+                  (worst_comp >= 0 ? kComponentNames[worst_comp] : "?") + " (tolerance " + fmt("%.3g", tol) + ")";
+            return false;
+        }
+        // Secant correction of the Jacobian from the last two answers.
+        if (solver_.accelerate && it > 1) {
+            double ss = 0.0, prev = 0.0;
+            for (int g = 0; g < n; ++g) {
+                ss += dx[g] * dx[g];
+                prev += res_prev[g] * res_prev[g];
+            }
+            if (norm > 4.0 * prev) {
+                J = J0;  // diverging: back to the model's stiffness
+            } else if (ss > 0.0) {
+                for (int g = 0; g < n; ++g) {
+                    double y = res_prev[g] - res[g];
+                    double Js = 0.0;
+                    for (int h = 0; h < n; ++h) Js += J[g * n + h] * dx[h];
+                    double c = (y - Js) / ss;
+                    for (int h = 0; h < n; ++h) J[g * n + h] += c * dx[h];
+                }
+            }
+        }
+        std::vector<double> step_x = res;
+        if (!solve(J, step_x, n)) {
+            J = J0;
+            step_x = res;
+            if (!solve(J, step_x, n)) {
+                why = "the stiffness matrix is singular for the stress-controlled components";
+                return false;
+            }
+        }
+        dx = step_x;
+        res_prev = res;
+        for (int g = 0; g < n; ++g)
+            for (int i : groups[g]) deps[i] += dx[g];
+    }
+    why = "no convergence within " + std::to_string(solver_.max_iterations) +
+          " iterations; out-of-balance stress " + fmt("%.4g", worst) + " on component " +
+          (worst_comp >= 0 ? kComponentNames[worst_comp] : "?") + " (tolerance " + fmt("%.3g", tol) + ")";
+    return false;
+}
+
+void PointDriver::run_stage(const StagePlan& stage, int stage_number, const Callback& cb) {
+    if (!initialized_) throw LabError("the point is not initialised (task 1 not run)");
+    const std::string label = "stage " + std::to_string(stage_number) +
+                              (stage.name.empty() ? "" : " '" + stage.name + "'");
+    if (stage.steps < 1) throw LabError(label + ": steps must be at least 1");
+
+    std::array<Control, 6> ctl{};
+    Vec6 start{}, end{};
+    for (int i = 0; i < 6; ++i) {
+        const ComponentPath& c = stage.comp[i];
+        ctl[i] = c.control;
+        if (!std::isfinite(c.value))
+            throw LabError(label + ": value of component " + kComponentNames[i] + " is not finite");
+        start[i] = c.control == Control::Strain ? state_.eps[i]
+                                                : state_.sig[i] + (is_normal(i) ? state_.pw : 0.0);
+        end[i] = c.relative ? start[i] + c.value : c.value;
+    }
+    // Unknowns: tied groups first, every other stress component alone.
+    std::vector<std::vector<int>> groups;
+    std::array<bool, 6> used{};
+    for (const auto& tie : stage.ties) {
+        std::vector<int> g;
+        for (int i : tie) {
+            if (i < 0 || i > 5) throw LabError(label + ": tied component out of range");
+            if (ctl[i] != Control::Stress)
+                throw LabError(label + ": tied component " + kComponentNames[i] + " must be stress-controlled");
+            if (used[i]) throw LabError(label + ": component " + std::string(kComponentNames[i]) + " is tied twice");
+            used[i] = true;
+            g.push_back(i);
+        }
+        if (!g.empty()) groups.push_back(g);
+    }
+    for (int i = 0; i < 6; ++i)
+        if (ctl[i] == Control::Stress && !used[i]) groups.push_back({i});
+
+    const int N = stage.steps;
+    int j = 1;             // grid increment being worked on
+    double lam = 0.0;      // fraction of the stage done
+    int cuts = 0, good = 0;
+    const double h0 = 1.0 / N;
+    while (j <= N) {
+        double goal = static_cast<double>(j) / N;
+        double lam_try = lam + h0 / static_cast<double>(1L << cuts);
+        if (lam_try >= goal - 1e-12 * h0) lam_try = goal;
+        Vec6 target;
+        for (int i = 0; i < 6; ++i) target[i] = start[i] + lam_try * (end[i] - start[i]);
+        if (j == N && lam_try == goal) target = end;
+        Trial t;
+        std::string why;
+        if (solve_increment(ctl, target, groups, stage.undrained, increments_ + 1, t, why)) {
+            for (int i = 0; i < 6; ++i) state_.eps[i] += t.deps[i];
+            state_.sig = t.sig;
+            state_.pw = t.pw;
+            state_.sv = t.sv;
+            lam = lam_try;
+            ++increments_;
+            time_ = (stage_number - 1) + lam;
+            IncrementRecord rec;
+            rec.stage = stage_number;
+            rec.increment = j;
+            rec.increments = N;
+            rec.step = increments_;
+            rec.fraction = lam;
+            rec.iplast = t.iplast;
+            rec.iterations = t.iterations;
+            rec.cuts = cuts;
+            rec.undrained = stage.undrained;
+            if (cb) cb(rec, state_);
+            if (lam == goal) ++j;
+            if (cuts > 0 && ++good >= 2) {
+                --cuts;
+                good = 0;
+            }
+        } else {
+            good = 0;
+            if (++cuts > solver_.max_cuts) {
+                throw IncrementFailure(label + ", increment " + std::to_string(j) + " of " +
+                                           std::to_string(N) + ": " + why + " after " +
+                                           std::to_string(solver_.max_cuts) + " cuts of the increment",
+                                       stage_number, j);
+            }
+        }
+    }
+}
+
+}  // namespace tervak::lab
