@@ -406,10 +406,13 @@ TEST(Messages, TextsOfBothLanguages) {
     EXPECT_EQ(kSpanish.finalStress,
               "Las tensiones ppales al final de este paso de cálculo son Prs=");
     // Every English step text has its Spanish twin.
-    for (auto [en, es] : {std::pair{&kEnglish.hs, &kSpanish.hs}, {&kEnglish.mc, &kSpanish.mc},
-                          {&kEnglish.trac, &kSpanish.trac}, {&kEnglish.hs_trac, &kSpanish.hs_trac},
-                          {&kEnglish.mc_trac, &kSpanish.mc_trac}, {&kEnglish.cap, &kSpanish.cap},
-                          {&kEnglish.hs_cap, &kSpanish.hs_cap}, {&kEnglish.mc_cap, &kSpanish.mc_cap}}) {
+    using T = tervak::hs::StepTexts tervak::hs::Messages::*;
+    for (T step : {&tervak::hs::Messages::hs, &tervak::hs::Messages::mc,
+                   &tervak::hs::Messages::trac, &tervak::hs::Messages::hs_trac,
+                   &tervak::hs::Messages::mc_trac, &tervak::hs::Messages::cap,
+                   &tervak::hs::Messages::hs_cap, &tervak::hs::Messages::mc_cap}) {
+        const auto* en = &(kEnglish.*step);
+        const auto* es = &(kSpanish.*step);
         EXPECT_EQ(spanish(std::string(en->message)), es->message);
         EXPECT_EQ(spanish(std::string(en->area2)), es->area2);
         EXPECT_EQ(spanish(std::string(en->area3)), es->area3);

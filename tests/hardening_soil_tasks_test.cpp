@@ -366,6 +366,15 @@ TEST(Diagnostics, Model3WritesEveryCallInSpanish) {
     EXPECT_EQ(value("beta"), P(h, 15));
     EXPECT_NEAR(value("delta"), (3 + s) / (3 - s), 1e-15);
     EXPECT_NEAR(value("p_p_E"), -h.StVar0[1], 1e-12 * 100);
+    // An elastic step splits into elastic strains only, and the stress
+    // change printed is the one returned.
+    for (const char* label : {"dEps_pl(1)", "dEps_pl(2)", "dEps_pl(3)", "dEps_vol_pl"}) {
+        EXPECT_NEAR(value(label), 0.0, 1e-15) << label;
+    }
+    EXPECT_NEAR(value("dEps_el(2)"), -1e-5, 1e-15);
+    EXPECT_NEAR(value("dEps_vol_el"), -6e-6, 1e-15);
+    EXPECT_NEAR(value("dSig_real(el)(2)"), -(h.Sig[1] - h.Sig0[1]), 1e-12);
+    EXPECT_NEAR(value("dSig_real(el)(1)"), -(h.Sig[0] - h.Sig0[0]), 1e-12);
     // The same call elsewhere writes the same lines but its own header.
     h.iEl = 900;
     const std::string again = run_quiet(h, 2);

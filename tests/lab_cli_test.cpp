@@ -199,3 +199,46 @@ TEST(LabPlot, DrawsFiguresAndRejectsBadInput) {
     EXPECT_NE(out.find("nothere.csv: cannot read"), std::string::npos) << out;
     EXPECT_EQ(out.find("Traceback"), std::string::npos) << out;
 }
+
+// A library that ends the process (a fatal stop inside the model) takes
+// only its own test with it: the rows before are kept, the report says
+// where it happened, and the other tests of the file still run.
+TEST(LabCli, SurvivesALibraryThatEndsTheProcess) {
+    TempDir d;
+    std::string f = d.write("stop.toml", R"(
+model = 1
+props = [10000.0, 0.3]
+[[test]]
+name = "runs"
+type = "triaxial"
+p0 = 100.0
+axial_strain = 0.01
+steps = 20
+)");
+    // Props(5) of the stand-in model: stop when the vertical stress passes 150.
+    std::string g = d.write("stop_raw.toml", R"(
+model = 1
+props = [10000.0, 0.3, 0.0, 0.0, 150.0]
+[[test]]
+name = "stops"
+type = "triaxial"
+p0 = 100.0
+axial_strain = 0.01
+steps = 20
+)");
+    int st = -1;
+    std::string cmd = std::string(LAB_CLI) + " --lib " LAB_FAKE_PLAIN_LIB " --no-progress --out " +
+                      (d.path / "res").string() + " " + g + " " + f + " 2>&1";
+    std::string out = run_command(cmd, &st);
+    EXPECT_EQ(st, 1) << out;
+    EXPECT_NE(out.find("STOP fake model gives up"), std::string::npos) << out;
+    EXPECT_NE(out.find("stop_raw_stops: the model library ended the process with exit status 1 after step"),
+              std::string::npos) << out;
+    // The axial stress passes 150 in the 11th increment of 0.0005 (E = 10000).
+    EXPECT_NE(out.find("after step 10 (stage 1, increment 10)"), std::string::npos) << out;
+    EXPECT_EQ(lines(d.read("res/stop_raw_stops.csv")), 1 + 1 + 10) << d.read("res/stop_raw_stops.csv");
+    EXPECT_NE(out.find("stop_runs"), std::string::npos) << out;
+    EXPECT_EQ(lines(d.read("res/stop_runs.csv")), 1 + 1 + 20);
+    // The model's own lines did not reach the summary.
+    EXPECT_EQ(out.find("vertical stress beyond the limit"), std::string::npos) << out;
+}

@@ -42,16 +42,30 @@ TEST(Parameters, ModelNamesAreDistinctPrintableAndShort) {
     EXPECT_EQ(meta::model_name(2), "Hardening soil small strain");
 }
 
-TEST(Parameters, ModelsShareTheirLayouts) {
+TEST(Parameters, ModelsShareTheirLayoutsButForTheCapRatio) {
+    // Models 3 and 4 read the cap parameter as a ratio of bulk moduli
+    // (position 15 and 22); every other position means the same.
+    const int differing[] = {15, 22};
     for (int pair : {1, 2}) {
         ASSERT_EQ(meta::param_count(pair), meta::param_count(pair + 2));
         for (int j = 1; j <= meta::param_count(pair); ++j) {
+            if (j == differing[pair - 1]) {
+                EXPECT_EQ(meta::param_name(pair, j), "beta");
+                EXPECT_NE(meta::param_name(pair + 2, j), "beta");
+                continue;
+            }
             EXPECT_EQ(meta::param_name(pair, j), meta::param_name(pair + 2, j));
             EXPECT_EQ(meta::param_unit(pair, j), meta::param_unit(pair + 2, j));
         }
         for (int j = 1; j <= meta::state_count(pair); ++j)
             EXPECT_EQ(meta::state_name(pair, j), meta::state_name(pair + 2, j));
     }
+    EXPECT_EQ(meta::param_name(3, 15), "Kur_Kc");
+    EXPECT_EQ(meta::param_name(4, 22), "Kt_Kc");
+    // A ratio of 1 would give an infinite cap hardening modulus.
+    EXPECT_FALSE(P::kHsDiagProps[14].range.contains(1.0));
+    EXPECT_TRUE(P::kHsDiagProps[14].range.contains(3.0));
+    EXPECT_FALSE(P::kHssVariantProps[21].range.contains(1.0));
 }
 
 TEST(Parameters, UnitsAreForceLengthTime) {
@@ -123,6 +137,10 @@ TEST(Parameters, MemoryLevelsAreNumberedOneToSix) {
 TEST(Parameters, NamedPositionsFollowTheTables) {
     EXPECT_EQ(tervak::m1::phi, 6);
     EXPECT_EQ(tervak::m3::phi, 6);
+    EXPECT_EQ(tervak::m3::Kur_Kc, 15);
+    EXPECT_EQ(tervak::m4::Kt_Kc, 22);
+    EXPECT_EQ(tervak::m1::beta, 15);
+    EXPECT_EQ(tervak::m2::beta, 22);
     EXPECT_EQ(tervak::m2::phi, 15);
     EXPECT_EQ(tervak::m4::sv::Gt_ap_ref, 55);
     EXPECT_EQ(meta::param_name(1, tervak::m1::sigma_t), "sigma_t");

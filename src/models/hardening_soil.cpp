@@ -99,7 +99,10 @@ enum class Kernel { HS, MC, TRAC, HS_TRAC, MC_TRAC, CAP, HS_CAP, MC_CAP };
 class StressPoint {
 public:
     StressPoint(const ModelArgs& a, const Variant& v)
-        : a_(a), v_(v), Props(a.Props), dbg_((v.debugAlways || (*a.iEl == 487 && *a.Int == 3)) ? 1 : -1) {}
+        : a_(a),
+          v_(v),
+          Props(a.Props),
+          dbg_((v.debugAlways || (*a.iEl == 487 && *a.Int == 3)) ? 1 : -1) {}
 
     void run();
 
@@ -126,8 +129,8 @@ private:
         const double q = P(1) - P(3);
         if (qf_ <= q) return 1.0;
         const double qa = qf_ / Props(11);
-        return (q / std::abs(qa - q)) * (2.0 * qa / (Props(13) * fe_)) - 2.0 * q / (fe_ * Props(3)) -
-               gamma_p_E_;
+        return (q / std::abs(qa - q)) * (2.0 * qa / (Props(13) * fe_)) -
+               2.0 * q / (fe_ * Props(3)) - gamma_p_E_;
     }
     double f13_mc(const Vec3& P) const {
         const double q = P(1) - P(3);
@@ -165,7 +168,6 @@ void StressPoint::header() const {
 }
 
 void StressPoint::run() {
-    const View Sig0(a_.Sig0);
     const View StVar0(a_.StVar0);
     const View dEps(a_.dEps);
 
@@ -495,8 +497,8 @@ void initial_state(const ModelArgs& a) {
     const double qf =
         2.0 * s / (1.0 - s) * std::max(std::max(Props(12) + ccot, ccot - Sig0(3)), 1.0);
     const double qa = qf / Props(11);
-    const double fe =
-        std::pow(std::max(cphi - Sig0(3) * s, std::max(1.0, cphi)) / (s * Props(9) + cphi), Props(4));
+    const double fe = std::pow(
+        std::max(cphi - Sig0(3) * s, std::max(1.0, cphi)) / (s * Props(9) + cphi), Props(4));
     const double gamma_new =
         2.0 * qc / (Props(13) * fe) * qa / (qa - qc) - 2.0 * qc / (fe * Props(3));
 

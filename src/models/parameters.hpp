@@ -1,5 +1,5 @@
 // The parameter and state-variable tables of the four models: one table per
-// layout, the single source of the counts, names and units that hosts read
+// model (models 3 and 4 derive theirs from models 1 and 2), the single source of the counts, names and units that hosts read
 // through the companion routines (GetParamCount, GetParamName, ...), of the
 // parameter tables in the README, and of the named positions the model code
 // reads Props and StVar with.
@@ -38,12 +38,12 @@ struct Range {
 };
 
 // Range shorthands: closed [a, b], open (a, b), and the half-open ones.
-constexpr Range closed(double a, double b) { return {a, b, false, false, true}; }
-constexpr Range open(double a, double b) { return {a, b, true, true, true}; }
-constexpr Range lopen(double a, double b) { return {a, b, true, false, true}; }  // (a, b]
-constexpr Range ropen(double a, double b) { return {a, b, false, true, true}; }  // [a, b)
-inline constexpr Range kPositive = open(0.0, kInf);
-inline constexpr Range kNonNegative = ropen(0.0, kInf);
+constexpr Range closed_range(double a, double b) { return {a, b, false, false, true}; }
+constexpr Range open_range(double a, double b) { return {a, b, true, true, true}; }
+constexpr Range lopen_range(double a, double b) { return {a, b, true, false, true}; }  // (a, b]
+constexpr Range ropen_range(double a, double b) { return {a, b, false, true, true}; }  // [a, b)
+inline constexpr Range kPositive = open_range(0.0, kInf);
+inline constexpr Range kNonNegative = ropen_range(0.0, kInf);
 inline constexpr Range kNoRange{};
 
 // One position of Props or StVar.
@@ -63,7 +63,7 @@ inline constexpr std::string_view kDimless = "-";
 inline constexpr std::string_view kReservedMeaning = "not read by this model";
 
 // ---------------------------------------------------------------------------
-// Hardening soil (models 1 and 3): 16 parameters.
+// Hardening soil (model 1): 16 parameters.
 inline constexpr std::array<Entry, 16> kHsProps{{
     {1, "E50_ref", kStress,
      "reference secant stiffness at half the failure deviator in drained triaxial compression "
@@ -74,18 +74,18 @@ inline constexpr std::array<Entry, 16> kHsProps{{
      "value)",
      kPositive},
     {3, "Eur_ref", kStress, "reference unloading-reloading Young's modulus", kPositive},
-    {4, "m", kDimless, "power of the stress dependency of stiffness", closed(0.0, 1.0)},
+    {4, "m", kDimless, "power of the stress dependency of stiffness", closed_range(0.0, 1.0)},
     {5, "c", kStress, "cohesion", kNonNegative},
-    {6, "phi", kDeg, "friction angle", open(0.0, 90.0)},
-    {7, "psi", kDeg, "dilatancy angle", ropen(0.0, 90.0)},
-    {8, "nu_ur", kDimless, "Poisson's ratio for unloading-reloading", ropen(0.0, 0.5)},
+    {6, "phi", kDeg, "friction angle", open_range(0.0, 90.0)},
+    {7, "psi", kDeg, "dilatancy angle", ropen_range(0.0, 90.0)},
+    {8, "nu_ur", kDimless, "Poisson's ratio for unloading-reloading", ropen_range(0.0, 0.5)},
     {9, "p_ref", kStress, "reference pressure of the stiffness laws", kPositive},
     {10, "K0_nc", kDimless,
      "coefficient of earth pressure at rest in normal consolidation (rewritten by the "
      "calibration)",
-     lopen(0.0, 1.0)},
+     lopen_range(0.0, 1.0)},
     {11, "R_f", kDimless, "failure ratio: the asymptotic deviator is the failure deviator over R_f",
-     lopen(0.0, 1.0)},
+     lopen_range(0.0, 1.0)},
     {12, "sigma_t", kStress,
      "tensile strength of the tension cut-off, also the floor of the minor principal stress in "
      "the stiffness and strength terms",
@@ -95,11 +95,29 @@ inline constexpr std::array<Entry, 16> kHsProps{{
      "calibration)",
      kPositive},
     {14, "alpha", kDimless, "cap shape factor", kPositive},
-    {15, "beta", kDimless, "cap stiffness ratio", kPositive},
+    {15, "beta", kDimless,
+     "cap stiffness parameter: the cap hardening modulus is 2 p p_ref / beta (p_c / p_ref)^m",
+     kPositive},
     {16, "OCR", kDimless,
      "ratio by which the initial vertical stress is scaled to give the preconsolidation state",
-     ropen(1.0, kInf)},
+     ropen_range(1.0, kInf)},
 }};
+
+// A table with one entry replaced (at the entry's position).
+template <std::size_t N>
+constexpr std::array<Entry, N> with_entry(std::array<Entry, N> table, const Entry& e) {
+    table[static_cast<std::size_t>(e.pos - 1)] = e;
+    return table;
+}
+
+// Model 3 reads position 15 as a ratio of bulk moduli instead of beta: its
+// cap hardening modulus is 2 Kur / (Kur_Kc - 1) p ((c cot(phi) + p_c) /
+// (c cot(phi) + p_ref))^m with Kur = Eur_ref / (3 (1 - 2 nu_ur)).
+inline constexpr std::array<Entry, 16> kHsDiagProps = with_entry(
+    kHsProps, {15, "Kur_Kc", kDimless,
+               "ratio of the unloading-reloading bulk modulus to the bulk modulus on primary "
+               "loading of the cap (above 1)",
+               open_range(1.0, kInf)});
 
 // Hardening soil (models 1 and 3): 2 state variables.
 inline constexpr std::array<Entry, 2> kHsState{{
@@ -109,7 +127,7 @@ inline constexpr std::array<Entry, 2> kHsState{{
 }};
 
 // ---------------------------------------------------------------------------
-// Hardening soil small strain (models 2 and 4): 25 parameters.
+// Hardening soil small strain (model 2): 25 parameters.
 inline constexpr std::array<Entry, 25> kHssProps{{
     {1, "K_ref", kStress, "reference secant bulk modulus", kPositive},
     {2, "G0_ref", kStress,
@@ -121,35 +139,46 @@ inline constexpr std::array<Entry, 25> kHssProps{{
      kPositive},
     {5, "p_ref_K", kStress, "reference pressure of the bulk modulus law", kPositive},
     {6, "p_ref_G", kStress, "reference pressure of the shear modulus law", kPositive},
-    {7, "m_K", kDimless, "exponent of the bulk modulus law", ropen(0.0, 1.0)},
-    {8, "m_G", kDimless, "exponent of the shear modulus law", closed(0.0, 1.0)},
+    {7, "m_K", kDimless, "exponent of the bulk modulus law", ropen_range(0.0, 1.0)},
+    {8, "m_G", kDimless, "exponent of the shear modulus law", closed_range(0.0, 1.0)},
     {9, "reserved_9", kDimless, kReservedMeaning},
     {10, "reserved_10", kDimless, kReservedMeaning},
     {11, "Eur_ref", kStress, "reference unloading-reloading Young's modulus", kPositive},
     {12, "m", kDimless, "power of the stress dependency of the hardening-soil stiffness",
-     closed(0.0, 1.0)},
+     closed_range(0.0, 1.0)},
     {13, "p_ref", kStress, "reference pressure of the hardening-soil stiffness", kPositive},
     {14, "c", kStress, "cohesion", kNonNegative},
-    {15, "phi", kDeg, "friction angle", open(0.0, 90.0)},
-    {16, "psi", kDeg, "dilatancy angle", ropen(0.0, 90.0)},
+    {15, "phi", kDeg, "friction angle", open_range(0.0, 90.0)},
+    {16, "psi", kDeg, "dilatancy angle", ropen_range(0.0, 90.0)},
     {17, "K0_nc", kDimless, "coefficient of earth pressure at rest in normal consolidation",
-     lopen(0.0, 1.0)},
+     lopen_range(0.0, 1.0)},
     {18, "R_f", kDimless, "failure ratio: the asymptotic deviator is the failure deviator over R_f",
-     lopen(0.0, 1.0)},
+     lopen_range(0.0, 1.0)},
     {19, "sigma_t", kStress,
      "tensile strength of the tension cut-off, also a floor of the failure deviator",
      kNonNegative},
     {20, "E50_ref", kStress, "reference secant stiffness of the shear-hardening hyperbola",
      kPositive},
     {21, "alpha", kDimless, "cap shape factor", kPositive},
-    {22, "beta", kDimless, "cap stiffness ratio", kPositive},
-    {23, "nu_ur", kDimless, "Poisson's ratio for unloading-reloading", ropen(0.0, 0.5)},
+    {22, "beta", kDimless,
+     "cap stiffness parameter: the cap hardening modulus is 2 p p_ref / beta (p_c / p_ref)^m",
+     kPositive},
+    {23, "nu_ur", kDimless, "Poisson's ratio for unloading-reloading", ropen_range(0.0, 0.5)},
     {24, "OCR", kDimless,
      "over-consolidation multiplier applied to the initial vertical stress",
-     ropen(1.0, kInf)},
+     ropen_range(1.0, kInf)},
     {25, "reset", kDimless,
      "reset switch: exactly 1 clears the strain history when the state is initialised"},
 }};
+
+// Model 4 reads position 22 as a ratio of bulk moduli instead of beta: its
+// cap hardening modulus is built from the tangent bulk modulus
+// K_ref / (1 - m_K) divided by (Kt_Kc - 1).
+inline constexpr std::array<Entry, 25> kHssVariantProps = with_entry(
+    kHssProps, {22, "Kt_Kc", kDimless,
+                "ratio of the tangent bulk modulus K_ref / (1 - m_K) to the bulk modulus on "
+                "primary loading of the cap (above 1)",
+                open_range(1.0, kInf)});
 
 // Hardening soil small strain (models 2 and 4): 62 state variables.
 inline constexpr std::array<Entry, 62> kHssState{{
@@ -236,7 +265,7 @@ inline constexpr std::array<Entry, 62> kHssState{{
 struct ModelInfo {
     int number;
     std::string_view name;     // shown by hosts, ASCII
-    std::string_view summary;  // one line in plain words
+    std::string_view summary;  // one sentence in plain words, without the full stop
     std::span<const Entry> props;
     std::span<const Entry> state;
 };
@@ -245,16 +274,21 @@ inline constexpr int kModelCount = 4;
 
 inline constexpr std::array<ModelInfo, kModelCount> kModels{{
     {1, "Hardening soil",
-     "stress-dependent stiffness, shear hardening, Mohr-Coulomb failure, tension cut-off and cap",
+     "A hardening soil model: stress-dependent stiffness, shear hardening, Mohr-Coulomb failure, "
+     "tension cut-off and cap",
      kHsProps, kHsState},
     {2, "Hardening soil small strain",
-     "hardening soil with small-strain stiffness and a memory of strain reversals", kHssProps,
+     "Model 1's plasticity with small-strain stiffness and a memory of strain reversals",
+     kHssProps,
      kHssState},
     {3, "Hardening soil (full diagnostics)",
-     "model 1 writing every intermediate value of every stress point", kHsProps, kHsState},
+     "Model 1 writing every intermediate value of every stress point, with its own cap "
+     "hardening law",
+     kHsDiagProps, kHsState},
     {4, "Hardening soil small strain (variant)",
-     "model 2 with higher state floors and its own reference-modulus bookkeeping", kHssProps,
-     kHssState},
+     "Model 2 with higher state floors, its own reference-modulus bookkeeping and its own cap "
+     "hardening law",
+     kHssVariantProps, kHssState},
 }};
 
 // The model of the host's number, or nullptr when there is none.
@@ -312,32 +346,64 @@ static_assert(detail::well_formed(kHsProps));
 static_assert(detail::well_formed(kHsState));
 static_assert(detail::well_formed(kHssProps));
 static_assert(detail::well_formed(kHssState));
+static_assert(detail::well_formed(kHsDiagProps));
+static_assert(detail::well_formed(kHssVariantProps));
 
 }  // namespace tervak::params
 
 // ---------------------------------------------------------------------------
-// Named positions, derived from the tables. m1 serves models 1 and 3, m2
-// models 2 and 4; `sv` holds the state-variable positions.
+// Named positions, derived from the tables, one namespace per model (m1 to
+// m4); `sv` holds the state-variable positions (models 3 and 4 share those
+// of models 1 and 2).
 #define TERVAK_PROP(table, id) inline constexpr int id = ::tervak::params::position(table, #id)
 
+// Positions that models 1 and 3 (and 2 and 4) read alike.
+#define TERVAK_HS_PROPS(T)     \
+    TERVAK_PROP(T, E50_ref);   \
+    TERVAK_PROP(T, Eoed_ref);  \
+    TERVAK_PROP(T, Eur_ref);   \
+    TERVAK_PROP(T, m);         \
+    TERVAK_PROP(T, c);         \
+    TERVAK_PROP(T, phi);       \
+    TERVAK_PROP(T, psi);       \
+    TERVAK_PROP(T, nu_ur);     \
+    TERVAK_PROP(T, p_ref);     \
+    TERVAK_PROP(T, K0_nc);     \
+    TERVAK_PROP(T, R_f);       \
+    TERVAK_PROP(T, sigma_t);   \
+    TERVAK_PROP(T, Ei_ref);    \
+    TERVAK_PROP(T, alpha);     \
+    TERVAK_PROP(T, OCR);       \
+    inline constexpr int nProps = static_cast<int>(T.size())
+
+#define TERVAK_HSS_PROPS(T)    \
+    TERVAK_PROP(T, K_ref);     \
+    TERVAK_PROP(T, G0_ref);    \
+    TERVAK_PROP(T, G0_min);    \
+    TERVAK_PROP(T, gamma_07);  \
+    TERVAK_PROP(T, p_ref_K);   \
+    TERVAK_PROP(T, p_ref_G);   \
+    TERVAK_PROP(T, m_K);       \
+    TERVAK_PROP(T, m_G);       \
+    TERVAK_PROP(T, Eur_ref);   \
+    TERVAK_PROP(T, m);         \
+    TERVAK_PROP(T, p_ref);     \
+    TERVAK_PROP(T, c);         \
+    TERVAK_PROP(T, phi);       \
+    TERVAK_PROP(T, psi);       \
+    TERVAK_PROP(T, K0_nc);     \
+    TERVAK_PROP(T, R_f);       \
+    TERVAK_PROP(T, sigma_t);   \
+    TERVAK_PROP(T, E50_ref);   \
+    TERVAK_PROP(T, alpha);     \
+    TERVAK_PROP(T, nu_ur);     \
+    TERVAK_PROP(T, OCR);       \
+    TERVAK_PROP(T, reset);     \
+    inline constexpr int nProps = static_cast<int>(T.size())
+
 namespace tervak::m1 {
-TERVAK_PROP(params::kHsProps, E50_ref);
-TERVAK_PROP(params::kHsProps, Eoed_ref);
-TERVAK_PROP(params::kHsProps, Eur_ref);
-TERVAK_PROP(params::kHsProps, m);
-TERVAK_PROP(params::kHsProps, c);
-TERVAK_PROP(params::kHsProps, phi);
-TERVAK_PROP(params::kHsProps, psi);
-TERVAK_PROP(params::kHsProps, nu_ur);
-TERVAK_PROP(params::kHsProps, p_ref);
-TERVAK_PROP(params::kHsProps, K0_nc);
-TERVAK_PROP(params::kHsProps, R_f);
-TERVAK_PROP(params::kHsProps, sigma_t);
-TERVAK_PROP(params::kHsProps, Ei_ref);
-TERVAK_PROP(params::kHsProps, alpha);
+TERVAK_HS_PROPS(params::kHsProps);
 TERVAK_PROP(params::kHsProps, beta);
-TERVAK_PROP(params::kHsProps, OCR);
-inline constexpr int nProps = static_cast<int>(params::kHsProps.size());
 namespace sv {
 TERVAK_PROP(params::kHsState, gamma_p);
 TERVAK_PROP(params::kHsState, p_p);
@@ -345,31 +411,15 @@ inline constexpr int nStat = static_cast<int>(params::kHsState.size());
 }  // namespace sv
 }  // namespace tervak::m1
 
+namespace tervak::m3 {
+TERVAK_HS_PROPS(params::kHsDiagProps);
+TERVAK_PROP(params::kHsDiagProps, Kur_Kc);
+namespace sv = m1::sv;
+}  // namespace tervak::m3
+
 namespace tervak::m2 {
-TERVAK_PROP(params::kHssProps, K_ref);
-TERVAK_PROP(params::kHssProps, G0_ref);
-TERVAK_PROP(params::kHssProps, G0_min);
-TERVAK_PROP(params::kHssProps, gamma_07);
-TERVAK_PROP(params::kHssProps, p_ref_K);
-TERVAK_PROP(params::kHssProps, p_ref_G);
-TERVAK_PROP(params::kHssProps, m_K);
-TERVAK_PROP(params::kHssProps, m_G);
-TERVAK_PROP(params::kHssProps, Eur_ref);
-TERVAK_PROP(params::kHssProps, m);
-TERVAK_PROP(params::kHssProps, p_ref);
-TERVAK_PROP(params::kHssProps, c);
-TERVAK_PROP(params::kHssProps, phi);
-TERVAK_PROP(params::kHssProps, psi);
-TERVAK_PROP(params::kHssProps, K0_nc);
-TERVAK_PROP(params::kHssProps, R_f);
-TERVAK_PROP(params::kHssProps, sigma_t);
-TERVAK_PROP(params::kHssProps, E50_ref);
-TERVAK_PROP(params::kHssProps, alpha);
+TERVAK_HSS_PROPS(params::kHssProps);
 TERVAK_PROP(params::kHssProps, beta);
-TERVAK_PROP(params::kHssProps, nu_ur);
-TERVAK_PROP(params::kHssProps, OCR);
-TERVAK_PROP(params::kHssProps, reset);
-inline constexpr int nProps = static_cast<int>(params::kHssProps.size());
 namespace sv {
 TERVAK_PROP(params::kHssState, gamma_p);
 TERVAK_PROP(params::kHssState, p_p);
@@ -400,13 +450,15 @@ inline constexpr int nStat = static_cast<int>(params::kHssState.size());
 }  // namespace sv
 }  // namespace tervak::m2
 
-#undef TERVAK_PROP
+namespace tervak::m4 {
+TERVAK_HSS_PROPS(params::kHssVariantProps);
+TERVAK_PROP(params::kHssVariantProps, Kt_Kc);
+namespace sv = m2::sv;
+}  // namespace tervak::m4
 
-// Models 3 and 4 share the layouts of models 1 and 2.
-namespace tervak {
-namespace m3 = m1;
-namespace m4 = m2;
-}  // namespace tervak
+#undef TERVAK_HS_PROPS
+#undef TERVAK_HSS_PROPS
+#undef TERVAK_PROP
 
 // The layout the host relies on, written out once more: reordering a table
 // would silently move what the host passes, so it must not compile.
@@ -429,6 +481,10 @@ static_assert(m2::sv::xH_M == 34 && m2::sv::xE_M == 40 && m2::sv::xE_e_M == 46 &
               m2::sv::nLevels == 6);
 static_assert(m2::sv::G_ref_min == 52 && m2::sv::G_ap_ref == 53 && m2::sv::Gs_H_ref == 54 &&
               m2::sv::Gt_ap_ref == 55 && m2::sv::Gs_obs == 56 && m2::sv::Gt_obs == 57);
+static_assert(m3::E50_ref == 1 && m3::phi == 6 && m3::Kur_Kc == 15 && m3::OCR == 16 &&
+              m3::nProps == 16 && m3::sv::nStat == 2);
+static_assert(m4::K_ref == 1 && m4::phi == 15 && m4::Kt_Kc == 22 && m4::reset == 25 &&
+              m4::nProps == 25 && m4::sv::nStat == 62);
 static_assert(m2::sv::gamma_oct_H == 58 && m2::sv::gamma_oct_DR == 59 && m2::sv::cos_H == 60 &&
               m2::sv::f_H == 61 && m2::sv::G_ratio == 62 && m2::sv::nStat == 62);
 }  // namespace tervak::params::detail

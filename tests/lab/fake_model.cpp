@@ -5,7 +5,8 @@
 //   model 2: von Mises elasticity-perfect plasticity (E, nu, q_max);
 //            state variable 1 accumulates the plastic deviatoric strain.
 // Both refuse (NaN stresses) strain increments larger than Props(4) when
-// that is positive, to exercise the cutting of increments.
+// that is positive, to exercise the cutting of increments, and stop the
+// process when |Sig_yy| exceeds Props(5) > 0.
 // It also keeps a trace of the calls (task, iTer, dEps) that the tests
 // read through fake_trace, to check the host's calling order.
 #include <cmath>
@@ -102,6 +103,14 @@ API void user_mod_(int32_t* IDTask, int32_t* iModel, int32_t* IsUndr, int32_t* /
                 }
             }
             for (int i = 0; i < 6; ++i) Sig[i] = sig[i];
+            // Props(5) > 0: the model ends the process, as a library's
+            // fatal stop does, when the vertical stress passes it.
+            if (Props[4] > 0 && std::fabs(sig[1]) > Props[4]) {
+                std::printf("fake model: vertical stress beyond the limit\n");
+                std::fflush(stdout);
+                std::fprintf(stderr, "STOP fake model gives up\n");
+                std::_Exit(1);
+            }
             break;
         }
         case 3:

@@ -7,7 +7,6 @@
 #include <cstdio>
 #include <string>
 #include <string_view>
-#include <vector>
 
 #include "models/parameters.hpp"
 
@@ -33,52 +32,76 @@ inline std::string range_text(const tervak::params::Range& r) {
     return (r.lo_open ? "(" : "[") + number(r.lo) + ", " + number(r.hi) + (r.hi_open ? ")" : "]");
 }
 
-// The markdown between the two markers, without the markers.
+inline std::string props_row(const tervak::params::Entry& e) {
+    return "| " + std::to_string(e.pos) + " | `" + std::string(e.name) + "` | " +
+           std::string(e.unit) + " | " + range_text(e.range) + " | " + std::string(e.meaning) +
+           " |\n";
+}
+
+inline std::string state_row(const tervak::params::Entry& e) {
+    return "| " + std::to_string(e.pos) + " | `" + std::string(e.name) + "` | " +
+           std::string(e.unit) + " | " + std::string(e.meaning) + " |\n";
+}
+
+inline bool same_entry(const tervak::params::Entry& a, const tervak::params::Entry& b) {
+    return a.pos == b.pos && a.name == b.name && a.unit == b.unit && a.meaning == b.meaning &&
+           a.range.known == b.range.known && a.range.lo == b.range.lo &&
+           a.range.hi == b.range.hi && a.range.lo_open == b.range.lo_open &&
+           a.range.hi_open == b.range.hi_open;
+}
+
+// The markdown between the two markers, without the markers. A model whose
+// parameters differ from an earlier model's in a few positions lists only
+// those; a model with an earlier model's state variables refers to them.
 inline std::string param_tables_markdown() {
     using namespace tervak::params;
+    constexpr const char* kPropsHead =
+        "| Props | Name | Unit | Valid range | Meaning |\n|---|---|---|---|---|\n";
     std::string out;
-    std::vector<bool> done(kModels.size(), false);
     for (std::size_t i = 0; i < kModels.size(); ++i) {
-        if (done[i]) continue;
-        // Models with the same layout share one pair of tables.
-        std::vector<const ModelInfo*> group;
-        for (std::size_t j = i; j < kModels.size(); ++j) {
-            if (kModels[j].props.data() == kModels[i].props.data() &&
-                kModels[j].state.data() == kModels[i].state.data()) {
-                group.push_back(&kModels[j]);
-                done[j] = true;
+        const ModelInfo& m = kModels[i];
+        out += "\n#### Model " + std::to_string(m.number) + ": " + std::string(m.name) + "\n\n";
+        out += std::string(m.summary) + ". " +
+               std::to_string(m.props.size()) + " parameters (`Props`), " +
+               std::to_string(m.state.size()) + " state variables (`StVar`).\n\n";
+        // The earlier model with the same number of parameters and the
+        // fewest differing positions, if fewer than half differ.
+        const ModelInfo* base = nullptr;
+        std::size_t fewest = m.props.size() / 2;
+        for (std::size_t j = 0; j < i; ++j) {
+            const ModelInfo& o = kModels[j];
+            if (o.props.size() != m.props.size()) continue;
+            std::size_t diff = 0;
+            for (std::size_t k = 0; k < m.props.size(); ++k)
+                diff += !same_entry(m.props[k], o.props[k]);
+            if (diff < fewest) {
+                fewest = diff;
+                base = &o;
             }
         }
-        const ModelInfo& m = *group.front();
-        out += "\n#### Model";
-        out += group.size() > 1 ? "s " : " ";
-        for (std::size_t k = 0; k < group.size(); ++k) {
-            if (k > 0) out += k + 1 == group.size() ? " and " : ", ";
-            out += std::to_string(group[k]->number);
-        }
-        out += "\n\n";
-        for (const ModelInfo* g : group) {
-            out += "- ";
-            out += std::to_string(g->number);
-            out += " \"";
-            out += g->name;
-            out += "\": ";
-            out += g->summary;
-            out += ".\n";
+        if (base != nullptr) {
+            out += "Parameters as model " + std::to_string(base->number);
+            if (fewest == 0) {
+                out += ".\n";
+            } else {
+                out += ", except:\n\n";
+                out += kPropsHead;
+                for (std::size_t k = 0; k < m.props.size(); ++k)
+                    if (!same_entry(m.props[k], base->props[k])) out += props_row(m.props[k]);
+            }
+        } else {
+            out += kPropsHead;
+            for (const Entry& e : m.props) out += props_row(e);
         }
         out += "\n";
-        out += std::to_string(m.props.size()) + " parameters (`Props`), " +
-               std::to_string(m.state.size()) + " state variables (`StVar`).\n\n";
-        out += "| Props | Name | Unit | Valid range | Meaning |\n|---|---|---|---|---|\n";
-        for (const Entry& e : m.props) {
-            out += "| " + std::to_string(e.pos) + " | `" + std::string(e.name) + "` | " +
-                   std::string(e.unit) + " | " + range_text(e.range) + " | " +
-                   std::string(e.meaning) + " |\n";
-        }
-        out += "\n| StVar | Name | Unit | Meaning |\n|---|---|---|---|\n";
-        for (const Entry& e : m.state) {
-            out += "| " + std::to_string(e.pos) + " | `" + std::string(e.name) + "` | " +
-                   std::string(e.unit) + " | " + std::string(e.meaning) + " |\n";
+        const ModelInfo* same_state = nullptr;
+        for (std::size_t j = 0; j < i && same_state == nullptr; ++j)
+            if (kModels[j].state.data() == m.state.data()) same_state = &kModels[j];
+        if (same_state != nullptr) {
+            out += "State variables as model " + std::to_string(same_state->number) + ".\n";
+        } else {
+            out += "| StVar | Name | Unit | Meaning |\n|---|---|---|---|\n";
+            for (const Entry& e : m.state) out += state_row(e);
         }
     }
     out += "\n";

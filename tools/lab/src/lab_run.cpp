@@ -277,6 +277,60 @@ void summarize(const LabTest& test, TestResult& r) {
     }
 }
 
+void write_summary_json(const TestFile& file, const LabTest& test, const std::string& out_dir, TestResult& r) {
+    {
+        r.json_path = (fs::path(out_dir) / (r.id + ".json")).string();
+        FilePtr js(std::fopen(r.json_path.c_str(), "w"));
+        if (js) {
+            std::FILE* f = js.get();
+            std::fprintf(f, "{\n  \"id\": \"%s\",\n", json_escape(r.id).c_str());
+            std::fprintf(f, "  \"file\": \"%s\",\n", json_escape(file.path).c_str());
+            std::fprintf(f, "  \"title\": \"%s\",\n", json_escape(file.title).c_str());
+            std::fprintf(f, "  \"soil\": \"%s\",\n", json_escape(file.soil_title).c_str());
+            std::fprintf(f, "  \"test\": \"%s\",\n  \"type\": \"%s\",\n", json_escape(test.name).c_str(), r.kind.c_str());
+            std::fprintf(f, "  \"model\": %d,\n  \"units\": \"%s\",\n", test.model, json_escape(r.units).c_str());
+            std::fprintf(f, "  \"csv\": \"%s\",\n", json_escape(fs::path(r.csv_path).filename().string()).c_str());
+            std::fprintf(f, "  \"status\": \"%s\",\n  \"error\": \"%s\",\n", r.ok ? "ok" : "failed",
+                         json_escape(r.error).c_str());
+            std::fprintf(f, "  \"increments\": %ld,\n  \"stress_calls\": %ld,\n  \"seconds\": %s,\n", r.increments,
+                         r.stress_calls, jnum(r.seconds).c_str());
+            std::fprintf(f, "  \"undrained\": %s,\n",
+                         (!test.stages.empty() && test.stages.front().undrained) ? "true" : "false");
+            std::fprintf(f, "  \"reference_pressure\": %s,\n", jnum(test.reference_pressure).c_str());
+            std::fprintf(f, "  \"stages\": [");
+            for (size_t k = 0; k < test.info.size(); ++k)
+                std::fprintf(f, "%s\n    {\"name\": \"%s\", \"role\": \"%s\", \"amplitude\": %s, \"cycle\": %d, \"steps\": %d, \"undrained\": %s}",
+                             k ? "," : "", json_escape(test.info[k].name).c_str(), json_escape(test.info[k].role).c_str(),
+                             jnum(test.info[k].amplitude).c_str(), test.info[k].cycle, test.stages[k].steps,
+                             test.stages[k].undrained ? "true" : "false");
+            std::fprintf(f, "\n  ],\n  \"summary\": {");
+            for (size_t k = 0; k < r.summary.size(); ++k)
+                std::fprintf(f, "%s\n    \"%s\": %s", k ? "," : "", json_escape(r.summary[k].key).c_str(),
+                             jnum(r.summary[k].value).c_str());
+            std::fprintf(f, "\n  },\n  \"cyclic\": [");
+            for (size_t k = 0; k < r.cyclic.size(); ++k)
+                std::fprintf(f, "%s\n    {\"gamma\": %s, \"G\": %s, \"G_ratio\": %s, \"damping\": %s, \"u\": %s}",
+                             k ? "," : "", jnum(r.cyclic[k].gamma).c_str(), jnum(r.cyclic[k].G).c_str(),
+                             jnum(r.cyclic[k].G_ratio).c_str(), jnum(r.cyclic[k].damping).c_str(),
+                             jnum(r.cyclic[k].u).c_str());
+            std::fprintf(f, "\n  ]");
+            if (test.has_measured) {
+                std::fprintf(f, ",\n  \"measured\": {\"file\": \"%s\", \"columns\": {",
+                             json_escape(fs::absolute(test.measured.file).string()).c_str());
+                for (size_t k = 0; k < test.measured.columns.size(); ++k)
+                    std::fprintf(f, "%s\"%s\": \"%s\"", k ? ", " : "", json_escape(test.measured.columns[k].first).c_str(),
+                                 json_escape(test.measured.columns[k].second).c_str());
+                std::fprintf(f, "}, \"scale\": {");
+                for (size_t k = 0; k < test.measured.scale.size(); ++k)
+                    std::fprintf(f, "%s\"%s\": %s", k ? ", " : "", json_escape(test.measured.scale[k].first).c_str(),
+                                 jnum(test.measured.scale[k].second).c_str());
+                std::fprintf(f, "}}");
+            }
+            std::fprintf(f, "\n}\n");
+        }
+    }
+}
+
 TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest& test,
                     const RunOptions& opt) {
     TestResult r;
@@ -391,57 +445,7 @@ TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest
     csv.reset();
     summarize(test, r);
 
-    if (opt.write_files) {
-        r.json_path = (fs::path(opt.out_dir) / (r.id + ".json")).string();
-        FilePtr js(std::fopen(r.json_path.c_str(), "w"));
-        if (js) {
-            std::FILE* f = js.get();
-            std::fprintf(f, "{\n  \"id\": \"%s\",\n", json_escape(r.id).c_str());
-            std::fprintf(f, "  \"file\": \"%s\",\n", json_escape(file.path).c_str());
-            std::fprintf(f, "  \"title\": \"%s\",\n", json_escape(file.title).c_str());
-            std::fprintf(f, "  \"soil\": \"%s\",\n", json_escape(file.soil_title).c_str());
-            std::fprintf(f, "  \"test\": \"%s\",\n  \"type\": \"%s\",\n", json_escape(test.name).c_str(), r.kind.c_str());
-            std::fprintf(f, "  \"model\": %d,\n  \"units\": \"%s\",\n", test.model, json_escape(r.units).c_str());
-            std::fprintf(f, "  \"csv\": \"%s\",\n", json_escape(fs::path(r.csv_path).filename().string()).c_str());
-            std::fprintf(f, "  \"status\": \"%s\",\n  \"error\": \"%s\",\n", r.ok ? "ok" : "failed",
-                         json_escape(r.error).c_str());
-            std::fprintf(f, "  \"increments\": %ld,\n  \"stress_calls\": %ld,\n  \"seconds\": %s,\n", r.increments,
-                         r.stress_calls, jnum(r.seconds).c_str());
-            std::fprintf(f, "  \"undrained\": %s,\n",
-                         (!test.stages.empty() && test.stages.front().undrained) ? "true" : "false");
-            std::fprintf(f, "  \"reference_pressure\": %s,\n", jnum(test.reference_pressure).c_str());
-            std::fprintf(f, "  \"stages\": [");
-            for (size_t k = 0; k < test.info.size(); ++k)
-                std::fprintf(f, "%s\n    {\"name\": \"%s\", \"role\": \"%s\", \"amplitude\": %s, \"cycle\": %d, \"steps\": %d, \"undrained\": %s}",
-                             k ? "," : "", json_escape(test.info[k].name).c_str(), json_escape(test.info[k].role).c_str(),
-                             jnum(test.info[k].amplitude).c_str(), test.info[k].cycle, test.stages[k].steps,
-                             test.stages[k].undrained ? "true" : "false");
-            std::fprintf(f, "\n  ],\n  \"summary\": {");
-            for (size_t k = 0; k < r.summary.size(); ++k)
-                std::fprintf(f, "%s\n    \"%s\": %s", k ? "," : "", json_escape(r.summary[k].key).c_str(),
-                             jnum(r.summary[k].value).c_str());
-            std::fprintf(f, "\n  },\n  \"cyclic\": [");
-            for (size_t k = 0; k < r.cyclic.size(); ++k)
-                std::fprintf(f, "%s\n    {\"gamma\": %s, \"G\": %s, \"G_ratio\": %s, \"damping\": %s, \"u\": %s}",
-                             k ? "," : "", jnum(r.cyclic[k].gamma).c_str(), jnum(r.cyclic[k].G).c_str(),
-                             jnum(r.cyclic[k].G_ratio).c_str(), jnum(r.cyclic[k].damping).c_str(),
-                             jnum(r.cyclic[k].u).c_str());
-            std::fprintf(f, "\n  ]");
-            if (test.has_measured) {
-                std::fprintf(f, ",\n  \"measured\": {\"file\": \"%s\", \"columns\": {",
-                             json_escape(fs::absolute(test.measured.file).string()).c_str());
-                for (size_t k = 0; k < test.measured.columns.size(); ++k)
-                    std::fprintf(f, "%s\"%s\": \"%s\"", k ? ", " : "", json_escape(test.measured.columns[k].first).c_str(),
-                                 json_escape(test.measured.columns[k].second).c_str());
-                std::fprintf(f, "}, \"scale\": {");
-                for (size_t k = 0; k < test.measured.scale.size(); ++k)
-                    std::fprintf(f, "%s\"%s\": %s", k ? ", " : "", json_escape(test.measured.scale[k].first).c_str(),
-                                 jnum(test.measured.scale[k].second).c_str());
-                std::fprintf(f, "}}");
-            }
-            std::fprintf(f, "\n}\n");
-        }
-    }
+    if (opt.write_files) write_summary_json(file, test, opt.out_dir, r);
     return r;
 }
 

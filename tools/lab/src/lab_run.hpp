@@ -63,6 +63,9 @@ struct TestResult {
 TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest& test,
                     const RunOptions& opt);
 
+// Writes <out_dir>/<id>.json: the test, its status and its summary.
+void write_summary_json(const TestFile& file, const LabTest& test, const std::string& out_dir, TestResult& r);
+
 // Summary quantities from the rows of a finished (or partly finished) test.
 void summarize(const LabTest& test, TestResult& r);
 

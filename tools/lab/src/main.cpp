@@ -4,6 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -41,6 +42,9 @@ const char* kUsage =
     "  --model-output FILE  where the library's standard output goes (default: discarded;\n"
     "                       '-' leaves it on standard output)\n"
     "  --check              read and check the files only\n"
+    "  --no-isolate         run the tests in this process (default: one child process\n"
+    "                       per test, so that a library that ends the process loses\n"
+    "                       only its own test)\n"
     "  --list-params        print the library's models, parameters and state variables\n"
     "  -h, --help           this text\n"
     "exit status: 0 all tests ran, 1 a test failed, 2 a file or an option was rejected\n";
@@ -94,6 +98,154 @@ int run_plot(const std::string& python, const std::string& script, const std::ve
     return WIFEXITED(st) ? WEXITSTATUS(st) : 128 + WTERMSIG(st);
 }
 
+// Each test runs in a child process, so that a model library that ends
+// the process (a fatal stop) takes only its own test with it. The child
+// sends its result back through a pipe as tab-separated lines.
+std::string escape(const std::string& s) {
+    std::string o;
+    for (char c : s) o += (c == '\n' || c == '\t') ? ' ' : c;
+    return o;
+}
+
+std::string serialize(const TestResult& r) {
+    std::string o;
+    char b[512];
+    std::snprintf(b, sizeof b, "ok\t%d\nincrements\t%ld\ncalls\t%ld\nseconds\t%.17g\n", r.ok ? 1 : 0,
+                  r.increments, r.stress_calls, r.seconds);
+    o += b;
+    o += "error\t" + escape(r.error) + "\ncsv\t" + escape(r.csv_path) + "\njson\t" + escape(r.json_path) + "\n";
+    for (const auto& s : r.summary) {
+        std::snprintf(b, sizeof b, "S\t%s\t%.17g\t%s\n", escape(s.key).c_str(), s.value, escape(s.unit).c_str());
+        o += b;
+    }
+    for (const auto& c : r.cyclic) {
+        std::snprintf(b, sizeof b, "C\t%.17g\t%.17g\t%.17g\t%.17g\t%.17g\n", c.gamma, c.G, c.G_ratio, c.damping, c.u);
+        o += b;
+    }
+    o += "end\n";
+    return o;
+}
+
+bool deserialize(const std::string& text, TestResult& r) {
+    std::vector<std::string> lines;
+    size_t a = 0;
+    while (a < text.size()) {
+        size_t e = text.find('\n', a);
+        if (e == std::string::npos) return false;
+        lines.push_back(text.substr(a, e - a));
+        a = e + 1;
+    }
+    if (lines.empty() || lines.back() != "end") return false;
+    for (const auto& l : lines) {
+        std::vector<std::string> f;
+        size_t p = 0;
+        while (true) {
+            size_t t = l.find('\t', p);
+            f.push_back(l.substr(p, t == std::string::npos ? std::string::npos : t - p));
+            if (t == std::string::npos) break;
+            p = t + 1;
+        }
+        const std::string& k = f[0];
+        if (k == "ok" && f.size() == 2) r.ok = f[1] == "1";
+        else if (k == "increments" && f.size() == 2) r.increments = std::atol(f[1].c_str());
+        else if (k == "calls" && f.size() == 2) r.stress_calls = std::atol(f[1].c_str());
+        else if (k == "seconds" && f.size() == 2) r.seconds = std::atof(f[1].c_str());
+        else if (k == "error" && f.size() == 2) r.error = f[1];
+        else if (k == "csv" && f.size() == 2) r.csv_path = f[1];
+        else if (k == "json" && f.size() == 2) r.json_path = f[1];
+        else if (k == "S" && f.size() == 4) r.summary.push_back({f[1], std::atof(f[2].c_str()), f[3]});
+        else if (k == "C" && f.size() == 6)
+            r.cyclic.push_back({std::atof(f[1].c_str()), std::atof(f[2].c_str()), std::atof(f[3].c_str()),
+                                std::atof(f[4].c_str()), std::atof(f[5].c_str())});
+    }
+    return true;
+}
+
+// The last converged increment in a results CSV: "step S (stage X,
+// increment Y)", or "" when there is none.
+std::string last_row(const std::string& csv, long* steps) {
+    std::FILE* f = std::fopen(csv.c_str(), "r");
+    if (!f) return "";
+    char line[65536];
+    std::string last;
+    int n = 0;
+    while (std::fgets(line, sizeof line, f)) {
+        if (n++ > 0) last = line;
+    }
+    std::fclose(f);
+    long step = -1;
+    int stage = 0, inc = 0;
+    if (last.empty() || std::sscanf(last.c_str(), "%ld,%d,%d", &step, &stage, &inc) != 3) return "";
+    *steps = step;
+    return "step " + std::to_string(step) + " (stage " + std::to_string(stage) + ", increment " +
+           std::to_string(inc) + ")";
+}
+
+TestResult run_isolated(const ModelLibrary& lib, const TestFile& tf, const LabTest& t, const RunOptions& opt) {
+    int fds[2];
+    if (pipe(fds) != 0) return run_test(lib, tf, t, opt);
+    std::fflush(g_out);
+    std::fflush(stdout);
+    std::fflush(stderr);
+    pid_t pid = fork();
+    if (pid < 0) {
+        close(fds[0]);
+        close(fds[1]);
+        return run_test(lib, tf, t, opt);
+    }
+    if (pid == 0) {
+        close(fds[0]);
+        TestResult r = run_test(lib, tf, t, opt);
+        std::string s = serialize(r);
+        const char* p = s.data();
+        size_t left = s.size();
+        while (left > 0) {
+            ssize_t w = write(fds[1], p, left);
+            if (w < 0 && errno == EINTR) continue;
+            if (w <= 0) break;
+            p += w;
+            left -= static_cast<size_t>(w);
+        }
+        std::fflush(stdout);
+        _exit(0);
+    }
+    close(fds[1]);
+    std::string text;
+    char buf[4096];
+    while (true) {
+        ssize_t n = read(fds[0], buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        text.append(buf, static_cast<size_t>(n));
+    }
+    close(fds[0]);
+    int st = 0;
+    while (waitpid(pid, &st, 0) < 0 && errno == EINTR) {
+    }
+    TestResult r;
+    r.file_stem = tf.stem;
+    r.test_name = t.name;
+    r.id = tf.stem + "_" + t.name;
+    r.kind = kind_name(t.kind);
+    r.title = tf.title;
+    r.units = tf.units;
+    r.model = t.model;
+    if (WIFEXITED(st) && WEXITSTATUS(st) == 0 && deserialize(text, r)) return r;
+    std::string how = WIFEXITED(st) ? "with exit status " + std::to_string(WEXITSTATUS(st))
+                                    : "by signal " + std::to_string(WTERMSIG(st));
+    std::string csv = (fs::path(opt.out_dir) / (r.id + ".csv")).string();
+    std::string last = opt.write_files ? last_row(csv, &r.increments) : "";
+    r.ok = false;
+    r.error = "the model library ended the process " + how +
+              (last.empty() ? " before the first increment" : " after " + last) +
+              "; the rows converged so far are in " + csv;
+    if (opt.write_files) {
+        r.csv_path = csv;
+        write_summary_json(tf, t, opt.out_dir, r);
+    }
+    return r;
+}
+
 void list_params(const ModelLibrary& lib) {
     int n = lib.model_count();
     if (n < 0) {
@@ -127,7 +279,7 @@ void list_params(const ModelLibrary& lib) {
 int main(int argc, char** argv) {
     std::string lib_path, out_dir = "results", python = "/usr/bin/python3", script = default_plot_script();
     std::string only, model_output;
-    bool plot = false, check = false, list = false;
+    bool plot = false, check = false, list = false, isolate = true;
     int progress = -1;
     std::vector<std::string> inputs;
     for (int i = 1; i < argc; ++i) {
@@ -153,6 +305,7 @@ int main(int argc, char** argv) {
         else if (a == "--no-progress") progress = 0;
         else if (a == "--model-output") model_output = value("--model-output");
         else if (a == "--check") check = true;
+        else if (a == "--no-isolate") isolate = false;
         else if (a == "--list-params") list = true;
         else if (!a.empty() && a[0] == '-') {
             std::fprintf(stderr, "tervak-lab: unknown option '%s'\n%s", a.c_str(), kUsage);
@@ -230,7 +383,7 @@ int main(int argc, char** argv) {
             }
             for (const auto& t : tf.tests) {
                 if (!only.empty() && t.name != only) continue;
-                TestResult r = run_test(lib, tf, t, opt);
+                TestResult r = isolate ? run_isolated(lib, tf, t, opt) : run_test(lib, tf, t, opt);
                 if (!r.ok) {
                     std::fprintf(stderr, "tervak-lab: %s: %s\n", r.id.c_str(), r.error.c_str());
                     if (status == 0) status = 1;
