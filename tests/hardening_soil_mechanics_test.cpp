@@ -59,9 +59,11 @@ struct Triaxial {
     // One step of axial strain dA (compression positive).
     void step(double dA) {
         double ex = 0.0, ez = 0.0;
+        h.call(3);  // the stiffness of the step, at its start stresses
+        const auto D = h.D;
+        const double a = h.d(1, 1), b = h.d(1, 3), c = h.d(3, 1), d = h.d(3, 3);
         for (int it = 0;; ++it) {
-            h.call(3);
-            const double a = h.d(1, 1), b = h.d(1, 3), c = h.d(3, 1), d = h.d(3, 3);
+            h.D = D;
             h.dEps = {ex, -dA, ez, 0, 0, 0};
             h.call(2);
             const double rx = h.Sig[0] + sigma3, rz = h.Sig[2] + sigma3;
@@ -85,7 +87,7 @@ double mc_failure_deviator(const HostPoint& h, double s3) {
 }
 
 TEST(Triaxial, DrainedCompressionApproachesMohrCoulombAndNeverExceedsIt) {
-    // The sands reach failure within 1 % at 15 % axial strain; the soft,
+    // The sands reach failure within 1 % before 15 % axial strain; the soft,
     // normally consolidated clay, hardening its cap all the way, is within
     // 10 % at 30 %.
     struct Run {
@@ -98,8 +100,10 @@ TEST(Triaxial, DrainedCompressionApproachesMohrCoulombAndNeverExceedsIt) {
         Triaxial t(r.soil, 100.0);
         const double qf = mc_failure_deviator(t.h, 100.0);
         double qPrev = 0.0, gammaPrev = t.h.StVar0[0], capPrev = t.h.StVar0[1];
-        while (t.epsA < r.epsEnd) {
+        // Ten steps of flow on the Mohr-Coulomb face end the test early.
+        for (int onFace = 0; t.epsA < r.epsEnd && onFace < 10;) {
             t.step(r.step);
+            onFace = t.h.iPlast == 1 ? onFace + 1 : 0;
             const double q = t.q();
             // The cell pressure holds (to the Newton tolerance, 1e-5 kPa).
             ASSERT_NEAR(-t.h.Sig0[0], 100.0, 1e-5);
