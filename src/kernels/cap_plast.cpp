@@ -23,17 +23,6 @@ namespace tervak {
 
 namespace {
 
-template <int N>
-void record(CapOutcome* out, const rm::ReturnState<N>& s, double pc, bool ok) {
-    if (out == nullptr) return;
-    out->it = s.it;
-    out->nLam = N;
-    for (int i = 0; i < N; ++i) out->xLam[i] = s.xLam[i];
-    out->pc = pc;
-    out->ok = ok;
-    out->early_exit = false;
-}
-
 // The low-mean-stress exit after the first step.
 bool low_mean_stress(int IsUndr, const Vec3& Prs, double T) {
     return IsUndr == 1 && cap_p(Prs) < T;
@@ -52,11 +41,12 @@ void give_back(const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* Ha
     }
 }
 
-// One area: first step, early exit test, loop, outputs, verdict.
-template <int N, class Loop>
+// One area: first step, early exit test, loop, outputs, verdict. The cap
+// alone (area 1) runs the while loop, an edge the edge loop.
+template <int N>
 void cap_area(capret::CapSet<N>& set, int iEl, int Int, int iElDbg, int IntDbg,
               const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* HardPar,
-              int IsUndr, const Mat3& D3, const rm::Trace& trace, Loop&& loop, CapOutcome* out) {
+              int IsUndr, const Mat3& D3, const rm::Trace& trace, CapOutcome* out) {
     rm::ReturnState<N> s;
     rm::first_step(set, Prs_E, D3, s, trace);
     trace.vec("Prs after first iteration", s.Prs);
@@ -64,7 +54,10 @@ void cap_area(capret::CapSet<N>& set, int iEl, int Int, int iElDbg, int IntDbg,
         give_back(Prs_E, Prs, HardPar_E, HardPar, out);
         return;
     }
-    loop(set, s);
+    if constexpr (N == 1)
+        rm::while_loop(set, Prs_E, D3, s, trace);
+    else
+        rm::edge_loop(set, Prs_E, D3, s, trace);
     trace.vec("Prs during iteration", s.Prs);
     const double h1 = HardPar_E[0];
     const double h2 = HardPar_E[1];
@@ -72,7 +65,7 @@ void cap_area(capret::CapSet<N>& set, int iEl, int Int, int iElDbg, int IntDbg,
     HardPar[0] = h1;
     HardPar[1] = std::min(-set.pc, h2);
     const bool ok = rm::return_ok(s);
-    record(out, s, set.pc, ok);
+    capret::record(out, s, set.pc, ok);
     rm::verdict_line(iEl, Int, iElDbg, IntDbg, ok);
 }
 
@@ -93,23 +86,15 @@ void CAP_plast_r(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const doub
         case 1: {
             capret::CapSet<1> set(P, cp, noMc, pc_E, 0, nullptr, trace);
             cap_area(set, iEl, Int, iElDbg, IntDbg, Prs_E, Prs, HardPar_E, HardPar, IsUndr, D3,
-                     trace,
-                     [&](capret::CapSet<1>& st, rm::ReturnState<1>& s) {
-                         capret::while_loop(st, Prs_E, D3, s, trace);
-                     },
-                     out);
+                     trace, out);
             break;
         }
         case 2:
         case 3: {
-            const capret::CapPlane faces[1] = {iArea == 2 ? capret::kOrder32 : capret::kOrder21};
+            const rm::PlaneFace faces[1] = {iArea == 2 ? capret::kOrder32 : capret::kOrder21};
             capret::CapSet<2> set(P, cp, noMc, pc_E, 0, faces, trace);
             cap_area(set, iEl, Int, iElDbg, IntDbg, Prs_E, Prs, HardPar_E, HardPar, IsUndr, D3,
-                     trace,
-                     [&](capret::CapSet<2>& st, rm::ReturnState<2>& s) {
-                         rm::edge_loop(st, Prs_E, D3, s, trace);
-                     },
-                     out);
+                     trace, out);
             break;
         }
         default:

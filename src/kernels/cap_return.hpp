@@ -16,8 +16,8 @@
 #pragma once
 
 #include <algorithm>
-#include <cmath>
 
+#include "kernels/cap_kernels.hpp"
 #include "kernels/cap_surface.hpp"
 #include "kernels/return_scheme.hpp"
 
@@ -26,55 +26,19 @@ namespace tervak::capret {
 inline constexpr rm::SurfaceLabels kCapLabel{"f_cap", "df_capmdS", "df_capmdS", "dxLam_cap",
                                              "xLam_cap"};
 
-// A plane face that meets the cap.
-struct CapPlane {
-    enum Kind {
-        MohrCoulomb,  // Mohr-Coulomb face on the pair (i, j)
-        Ordering,     // P(j) - P(i), gradient -1 at i and +1 at j
-    };
-    Kind kind = MohrCoulomb;
-    int i = 1;
-    int j = 3;
-    rm::SurfaceLabels label{};
-};
-
-inline constexpr CapPlane kMc13{CapPlane::MohrCoulomb, 1, 3,
-                                {"f13_mc", "df13_mcmdS", "dg13_mcmdS", "dxLam13_mc", "xLam13_mc"}};
-inline constexpr CapPlane kMc12{CapPlane::MohrCoulomb, 1, 2,
-                                {"f12_mc", "df12_mcmdS", "dg12_mcmdS", "dxLam12_mc", "xLam12_mc"}};
-inline constexpr CapPlane kMc23{CapPlane::MohrCoulomb, 2, 3,
-                                {"f23_mc", "df23_mcmdS", "dg23_mcmdS", "dxLam23_mc", "xLam23_mc"}};
 // P3 - P2: keeps the minor stress from passing the intermediate one.
-inline constexpr CapPlane kOrder32{CapPlane::Ordering, 2, 3,
-                                   {"f32", "df32mdS", "dg32mdS", "dxLam32", "xLam32"}};
+inline constexpr rm::PlaneFace kOrder32{rm::PlaneFace::Ordering, 2, 3,
+                                        {"f32", "df32mdS", "dg32mdS", "dxLam32", "xLam32"}};
 // P2 - P1: keeps the intermediate stress from passing the major one.
-inline constexpr CapPlane kOrder21{CapPlane::Ordering, 1, 2,
-                                   {"f21", "df21mdS", "dg21mdS", "dxLam21", "xLam21"}};
-
-inline double plane_value(const CapPlane& fc, const Vec3& P, const rm::MohrCoulomb& mc) {
-    if (fc.kind == CapPlane::MohrCoulomb) return rm::mc_face(P, fc.i, fc.j, mc.sin_phi, mc.c_cos_phi);
-    return P(fc.j) - P(fc.i);
-}
-
-inline Vec3 plane_gradient(const CapPlane& fc, const rm::MohrCoulomb& mc) {
-    if (fc.kind == CapPlane::MohrCoulomb) return rm::mc_gradient(fc.i, fc.j, mc.sin_phi);
-    Vec3 g;
-    g(fc.i) = -1.0;
-    g(fc.j) = 1.0;
-    return g;
-}
-
-inline Vec3 plane_flow(const CapPlane& fc, const rm::MohrCoulomb& mc) {
-    if (fc.kind == CapPlane::MohrCoulomb) return rm::mc_gradient(fc.i, fc.j, mc.sin_psi);
-    return plane_gradient(fc, mc);
-}
+inline constexpr rm::PlaneFace kOrder21{rm::PlaneFace::Ordering, 1, 2,
+                                        {"f21", "df21mdS", "dg21mdS", "dxLam21", "xLam21"}};
 
 // The cap (at position ic) and N - 1 plane faces (at the other positions).
 template <int NSurf>
 struct CapSet {
     static constexpr int N = NSurf;
     rm::SurfaceLabels label[N];
-    CapPlane plane[N];
+    rm::PlaneFace plane[N];
     int ic = 0;
     Props props;
     CapParams cp;
@@ -88,7 +52,7 @@ struct CapSet {
     // faces: the N - 1 plane faces in order (may be null for the cap alone);
     // the cap takes position capAt.
     CapSet(Props P, const CapParams& cap, const rm::MohrCoulomb& mcp, double pcE, int capAt,
-           const CapPlane* faces, const rm::Trace& tr)
+           const rm::PlaneFace* faces, const rm::Trace& tr)
         : ic(capAt), props(P), cp(cap), mc(mcp), pc_E(pcE), pc(pcE), trace(tr) {
         H = cap_curvature(cp.delta, cp.alpha2);
         int k = 0;
@@ -111,13 +75,12 @@ struct CapSet {
                 trace.val("p", p);
                 f[s] = f_cap(qt, p, pc, cp.alpha2);
             } else {
-                f[s] = plane_value(plane[s], P, mc);
+                f[s] = rm::plane_value(plane[s], P, mc);
             }
         }
     }
 
     void terms(const Vec3& P, const double (&xLam)[N], rm::SurfaceTerms<N>& t) {
-        const Vec3 z;
         for (int s = 0; s < N; ++s) {
             if (s == ic) {
                 const double qt = cap_qt(P, cp.delta);
@@ -131,8 +94,7 @@ struct CapSet {
                 trace.val("df_capmdq", df_capmdq(pc));
                 trace.val("xh_cap", xh);
             } else {
-                t.n[s] = plane_gradient(plane[s], mc);
-                t.m[s] = rm::comb(plane_flow(plane[s], mc), z, 1.0, 0.0 * xLam[s]);
+                rm::plane_terms(plane[s], mc, xLam[s], t.n[s], t.m[s]);
             }
         }
     }
@@ -143,20 +105,16 @@ struct CapSet {
     }
 };
 
-// "While |f| > tol, at most 101 passes in all": a pass is made while some
-// surface exceeds its tolerance and fewer than 101 passes were made. (A NaN
-// value exceeds nothing and ends the loop.)
+// The outcome record of a cap return, when one is wanted.
 template <int N>
-bool exceeds(const rm::ReturnState<N>& s) {
-    for (int i = 0; i < N; ++i)
-        if (std::fabs(s.f[i]) > s.tol[i]) return true;
-    return false;
-}
-
-template <class Set>
-void while_loop(Set& set, const Vec3& Prs_E, const Mat3& D3, rm::ReturnState<Set::N>& s,
-                const rm::Trace& trace) {
-    while (exceeds(s) && s.it < rm::kMaxPasses) rm::correction_pass(set, Prs_E, D3, s, trace);
+void record(CapOutcome* out, const rm::ReturnState<N>& s, double pc, bool ok) {
+    if (out == nullptr) return;
+    out->it = s.it;
+    out->nLam = N;
+    for (int i = 0; i < N; ++i) out->xLam[i] = s.xLam[i];
+    out->pc = pc;
+    out->ok = ok;
+    out->early_exit = false;
 }
 
 }  // namespace tervak::capret

@@ -4,6 +4,8 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kernels/param_layout.hpp"
+
 namespace tervak {
 
 double cap_delta(double sinphi) { return (3.0 + sinphi) / (3.0 - sinphi); }
@@ -13,30 +15,18 @@ double cap_hardening_factor(double R, double Eur_ref, double Ei_ref) {
 }
 
 CapParams read_cap_params(Props props, int iModel, double R) {
+    using rm::Param;
     CapParams cp;
     cp.iModel = iModel;
-    double phi = 0.0;
-    if (iModel == 1 || iModel == 3) {
-        phi = props(6) * kDegToRad;
-        cp.m = props(4);
-        cp.c = props(5);
-        cp.pref = props(9);
-        cp.Eur_ref = props(3);
-        cp.Ei_ref = props(13);
-        cp.T = props(12);
-        cp.alpha = props(14);
-    } else if (iModel == 2 || iModel == 4) {
-        phi = props(15) * kDegToRad;
-        cp.m = props(12);
-        cp.c = props(14);
-        cp.pref = props(13);
-        cp.Eur_ref = props(11);
-        cp.Ei_ref = props(20);
-        cp.T = props(19);
-        cp.alpha = props(21);
-    } else {
-        return cp;
-    }
+    if (iModel < 1 || iModel > 4) return cp;
+    const double phi = rm::radians(rm::param(props, iModel, Param::phi));
+    cp.m = rm::param(props, iModel, Param::m);
+    cp.c = rm::param(props, iModel, Param::c);
+    cp.pref = rm::param(props, iModel, Param::pref);
+    cp.Eur_ref = rm::param(props, iModel, Param::Eur_ref);
+    cp.Ei_ref = rm::param(props, iModel, Param::E_hyp);
+    cp.T = rm::param(props, iModel, Param::T);
+    cp.alpha = rm::param(props, iModel, Param::alpha);
     cp.sinphi = std::sin(phi);
     cp.cosphi = std::cos(phi);
     cp.delta = cap_delta(cp.sinphi);

@@ -31,8 +31,6 @@ constexpr rm::SurfaceLabels kLabel12{"f12_hs", "df12_hsmdS", "dg12_hsmdS", "dxLa
                                      "xLam12_hs"};
 constexpr rm::SurfaceLabels kLabel23{"f23_hs", "df23_hsmdS", "dg23_hsmdS", "dxLam23_hs",
                                      "xLam23_hs"};
-constexpr rm::SurfaceLabels kLabelTrac{"f3_trac", "df3_tracmdS", "dg3_tracmdS", "dxLam3_trac",
-                                       "xLam3_trac"};
 constexpr rm::SurfaceLabels kLabelCap{"f_cap", "df_capmdS", "dg_capmdS", "dxLam_cap",
                                       "xLam_cap"};
 
@@ -55,8 +53,8 @@ struct CapPart {
     Mat3 H;            // curvature, constant for the call
 };
 
-// Shear faces 13 (and the edge's second face), with an optional partner.
-// Surface order: the shear faces, then the partner.
+// Shear face 13 and, on an edge (NShear = 2), the area's second face, with
+// an optional partner. Surface order: the shear faces, then the partner.
 template <int NShear, Partner X>
 struct HsSet {
     static constexpr int N = NShear + (X == Partner::None ? 0 : 1);
@@ -69,19 +67,18 @@ struct HsSet {
     double gamma = 0.0;   // trial gamma_p
     CapPart cap;
 
-    HsSet(const HsParams& params, const ShearFace (&faces)[NShear], double gamma_p0, bool dbg)
-        : hp(params), trace_qf(dbg), gamma0(gamma_p0), gamma(gamma_p0) {
-        for (int k = 0; k < NShear; ++k) {
-            face[k] = faces[k];
-            label[k] = shear_label(faces[k]);
-        }
-        if constexpr (X == Partner::Tension) label[N - 1] = kLabelTrac;
+    HsSet(const HsParams& params, int iArea, double gamma_p0, bool dbg, const CapPart& cp)
+        : hp(params), trace_qf(dbg), gamma0(gamma_p0), gamma(gamma_p0), cap(cp) {
+        face[0] = kFace13;
+        if constexpr (NShear == 2) face[1] = edge_face(iArea);
+        for (int k = 0; k < NShear; ++k) label[k] = shear_label(face[k]);
+        if constexpr (X == Partner::Tension) label[N - 1] = rm::kTension3.label;
         if constexpr (X == Partner::Cap) label[N - 1] = kLabelCap;
     }
 
     void values(const Vec3& P, double (&f)[N]) const {
         for (int k = 0; k < NShear; ++k) f[k] = f_hs(hp, face[k], P, gamma, trace_qf);
-        if constexpr (X == Partner::Tension) f[N - 1] = -hp.T - P(3);
+        if constexpr (X == Partner::Tension) f[N - 1] = rm::tension_face(P, 3, -hp.T);
         if constexpr (X == Partner::Cap)
             f[N - 1] = f_cap(hs_cap_qt(P, cap.delta), cap_p(P), cap.pc, cap.alpha2);
     }
@@ -119,25 +116,6 @@ struct HsSet {
         }
     }
 };
-
-// "While a surface exceeds its tolerance" (a NaN ends the loop), at most
-// 101 passes. The hook runs after every pass; true ends the loop at once.
-template <int N>
-bool exceeds(const rm::ReturnState<N>& s) {
-    for (int i = 0; i < N; ++i)
-        if (std::fabs(s.f[i]) > s.tol[i]) return true;
-    return false;
-}
-
-template <class Set, class Hook = rm::NoHook>
-bool while_loop(Set& set, const Vec3& Prs_E, const Mat3& D3, rm::ReturnState<Set::N>& s,
-                const rm::Trace& trace, Hook&& after_pass = Hook{}) {
-    while (exceeds(s) && s.it < rm::kMaxPasses) {
-        rm::correction_pass(set, Prs_E, D3, s, trace);
-        if (after_pass(s)) return true;
-    }
-    return false;
-}
 
 template <int N>
 void record(HsOutcome* out, const rm::ReturnState<N>& s, bool ok) {
@@ -177,17 +155,77 @@ CapPart read_cap_part(Props P, int iModel, const HsParams& hp, double pc0) {
     return cp;
 }
 
-// The shear-with-cap return of one area, shared by HS_CAP_plast and the
-// calibration's HS_CAP_plast_it. Returns false when the early exit was taken.
-template <int NShear>
-bool cap_return(HsSet<NShear, Partner::Cap>& set, const Vec3& Prs_E, const Mat3& D3,
-                rm::ReturnState<NShear + 1>& s, bool earlyExit, const rm::Trace& trace) {
-    rm::first_step(set, Prs_E, D3, s, trace);
-    const double T = set.hp.T;
-    const auto low_mean = [&](const rm::ReturnState<NShear + 1>& st) {
-        return earlyExit && cap_p(st.Prs) < T;
-    };
-    return !while_loop(set, Prs_E, D3, s, trace, low_mean);
+// What the areas of one kernel call share.
+struct ShearCall {
+    const HsParams& hp;
+    double gamma0;  // gamma_p at the start
+    bool dbg;       // the diagnostic point
+    CapPart cap;    // the cap partner's data (cap kernels only)
+    const Vec3& Prs_E;
+    const Mat3& D3;
+    rm::Trace trace;
+};
+
+enum class Loop { While, Edge };
+
+// The return of one area: the first step, then the loop. With lowMean set,
+// a pass that leaves the mean stress below T abandons the return. done(set,
+// s, abandoned) receives the surface set and the state reached.
+template <int NShear, Partner X, class Done>
+void area_return(const ShearCall& k, int iArea, Loop loop, bool lowMean, Done&& done) {
+    HsSet<NShear, X> set(k.hp, iArea, k.gamma0, k.dbg, k.cap);
+    rm::ReturnState<HsSet<NShear, X>::N> s;
+    rm::first_step(set, k.Prs_E, k.D3, s, k.trace);
+    bool abandoned = false;
+    if (loop == Loop::Edge) {
+        rm::edge_loop(set, k.Prs_E, k.D3, s, k.trace);
+    } else {
+        const double T = k.hp.T;
+        const auto low_mean = [&](const rm::ReturnState<HsSet<NShear, X>::N>& st) {
+            return lowMean && cap_p(st.Prs) < T;
+        };
+        abandoned = rm::while_loop(set, k.Prs_E, k.D3, s, k.trace, low_mean);
+    }
+    done(set, s, abandoned);
+}
+
+// Area 1 (face 13 with the partner) runs the while loop; an edge, areas 2
+// and 3, the loop given. The caller has checked the area.
+template <Partner X, class Done>
+void shear_return(const ShearCall& k, int iArea, Loop edgeLoop, bool lowMeanOnEdge,
+                  Done&& done) {
+    if (iArea == 1)
+        area_return<1, X>(k, iArea, Loop::While, false, done);
+    else
+        area_return<2, X>(k, iArea, edgeLoop, lowMeanOnEdge, done);
+}
+
+// HS_plast and HS_TRAC_plast (partner None or Tension): gamma_p never
+// decreases, the stored cap value passes through bit for bit, and the
+// diagnostic point gets the verdict that verdict_of(s) gives.
+template <Partner X, class Verdict>
+void shear_kernel(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const double* Props_,
+                  const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* HardPar,
+                  const Vec3& Prs_0, const Mat3& D3, double R, int iModel, Loop edgeLoop,
+                  Verdict verdict_of, HsOutcome* out) {
+    const bool dbg = at_debug_point(iEl, Int, iElDbg, IntDbg);
+    const double gamma0 = HardPar_E[0];
+    double capValue;
+    copy_bits(&capValue, &HardPar_E[1]);
+    const HsParams hp = read_hs_params(Props(Props_), iModel, R, Prs_0(3));
+    const ShearCall k{hp, gamma0, dbg, CapPart{}, Prs_E, D3, rm::Trace{}};
+
+    double gamma = gamma0;
+    bool ok = false;
+    shear_return<X>(k, iArea, edgeLoop, false, [&](const auto& set, const auto& s, bool) {
+        Prs = s.Prs;
+        gamma = set.gamma;
+        ok = verdict_of(s);
+        record(out, s, ok);
+    });
+    HardPar[0] = std::max(gamma0, gamma);
+    copy_bits(&HardPar[1], &capValue);
+    if (dbg) rm::verdict_line(iEl, Int, iElDbg, IntDbg, ok);
 }
 
 }  // namespace
@@ -199,41 +237,11 @@ void HS_plast_r(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const doubl
                 int& iPlast, const Vec3& Prs_0, int /*IsUndr*/, const Mat3& D3, double R,
                 int iModel, HsOutcome* out) {
     iPlast = 5;
-    const rm::Trace trace;
-    const Props P(Props_);
-    const bool dbg = at_debug_point(iEl, Int, iElDbg, IntDbg);
-    const double gamma0 = HardPar_E[0];
-    double capValue;
-    copy_bits(&capValue, &HardPar_E[1]);
-    const HsParams hp = read_hs_params(P, iModel, R, Prs_0(3));
-
-    double gamma = gamma0;
-    bool ok = false;
-    if (iArea == 1) {
-        HsSet<1, Partner::None> set(hp, {kFace13}, gamma0, dbg);
-        rm::ReturnState<1> s;
-        rm::first_step(set, Prs_E, D3, s, trace);
-        while_loop(set, Prs_E, D3, s, trace);
-        Prs = s.Prs;
-        gamma = set.gamma;
-        ok = rm::return_ok(s);
-        record(out, s, ok);
-    } else if (iArea == 2 || iArea == 3) {
-        // h on both diagonals, as for the face itself.
-        HsSet<2, Partner::None> set(hp, {kFace13, edge_face(iArea)}, gamma0, dbg);
-        rm::ReturnState<2> s;
-        rm::first_step(set, Prs_E, D3, s, trace);
-        rm::edge_loop(set, Prs_E, D3, s, trace);
-        Prs = s.Prs;
-        gamma = set.gamma;
-        ok = rm::return_ok(s);
-        record(out, s, ok);
-    } else {
-        rm::invalid_area("HS_plast");
-    }
-    HardPar[0] = std::max(gamma0, gamma);
-    copy_bits(&HardPar[1], &capValue);
-    if (dbg) rm::verdict_line(iEl, Int, iElDbg, IntDbg, ok);
+    if (iArea < 1 || iArea > 3) rm::invalid_area("HS_plast");
+    // h on both diagonals of an edge, as for the face itself.
+    shear_kernel<Partner::None>(
+        iEl, Int, iElDbg, IntDbg, iArea, Props_, Prs_E, Prs, HardPar_E, HardPar, Prs_0, D3, R,
+        iModel, Loop::Edge, [](const auto& s) { return rm::return_ok(s); }, out);
 }
 
 void HS_plast(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const double* Props,
@@ -252,38 +260,9 @@ void HS_TRAC_plast_r(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const 
     iPlast = 2;
     // An unknown area ends the run without a line on standard output.
     if (iArea < 1 || iArea > 3) stop_run("");
-    const rm::Trace trace;
-    const Props P(Props_);
-    const bool dbg = at_debug_point(iEl, Int, iElDbg, IntDbg);
-    const double gamma0 = HardPar_E[0];
-    double capValue;
-    copy_bits(&capValue, &HardPar_E[1]);
-    const HsParams hp = read_hs_params(P, iModel, R, Prs_0(3));
-
-    double gamma = gamma0;
-    bool ok = false;
-    if (iArea == 1) {
-        HsSet<1, Partner::Tension> set(hp, {kFace13}, gamma0, dbg);
-        rm::ReturnState<2> s;
-        rm::first_step(set, Prs_E, D3, s, trace);
-        while_loop(set, Prs_E, D3, s, trace);
-        Prs = s.Prs;
-        gamma = set.gamma;
-        ok = trac_ok(s);
-        record(out, s, ok);
-    } else {
-        HsSet<2, Partner::Tension> set(hp, {kFace13, edge_face(iArea)}, gamma0, dbg);
-        rm::ReturnState<3> s;
-        rm::first_step(set, Prs_E, D3, s, trace);
-        while_loop(set, Prs_E, D3, s, trace);
-        Prs = s.Prs;
-        gamma = set.gamma;
-        ok = trac_ok(s);
-        record(out, s, ok);
-    }
-    HardPar[0] = std::max(gamma0, gamma);
-    copy_bits(&HardPar[1], &capValue);
-    if (dbg) rm::verdict_line(iEl, Int, iElDbg, IntDbg, ok);
+    shear_kernel<Partner::Tension>(
+        iEl, Int, iElDbg, IntDbg, iArea, Props_, Prs_E, Prs, HardPar_E, HardPar, Prs_0, D3, R,
+        iModel, Loop::While, [](const auto& s) { return trac_ok(s); }, out);
 }
 
 void HS_TRAC_plast(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const double* Props,
@@ -301,7 +280,8 @@ void HS_CAP_plast_r(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const d
                     int& iPlast, const Vec3& Prs_0, int IsUndr, const Mat3& D3, double R,
                     int iModel, HsOutcome* out) {
     iPlast = 4;
-    const rm::Trace trace;
+    // The message names the shear kernel; the host's logs are read with it.
+    if (iArea < 1 || iArea > 3) rm::invalid_area("HS_plast");
     const Props P(Props_);
     const bool dbg = at_debug_point(iEl, Int, iElDbg, IntDbg);
     const double gamma0 = HardPar_E[0];
@@ -310,30 +290,16 @@ void HS_CAP_plast_r(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const d
     copy_bits(&start[0], &HardPar_E[0]);
     copy_bits(&start[1], &HardPar_E[1]);
     const HsParams hp = read_hs_params(P, iModel, R, Prs_0(3));
-    const CapPart cap = read_cap_part(P, iModel, hp, -pp0);
+    const ShearCall k{hp, gamma0, dbg, read_cap_part(P, iModel, hp, -pp0), Prs_E, D3,
+                      rm::Trace{}};
 
     double gamma = gamma0;
-    double pc = cap.pc0;
+    double pc = k.cap.pc0;
     bool ok = false;
-    if (iArea == 1) {
-        HsSet<1, Partner::Cap> set(hp, {kFace13}, gamma0, dbg);
-        set.cap = cap;
-        rm::ReturnState<2> s;
-        cap_return(set, Prs_E, D3, s, false, trace);
-        Prs = s.Prs;
-        gamma = set.gamma;
-        pc = set.cap.pc;
-        ok = rm::return_ok(s);
-        record(out, s, ok);
-    } else if (iArea == 2 || iArea == 3) {
-        HsSet<2, Partner::Cap> set(hp, {kFace13, edge_face(iArea)}, gamma0, dbg);
-        set.cap = cap;
-        rm::ReturnState<3> s;
-        if (!cap_return(set, Prs_E, D3, s, IsUndr == 1, trace)) {
-            // The mean stress fell below T: the return is abandoned.
-            Prs = Prs_E;
-            copy_bits(&HardPar[0], &start[0]);
-            copy_bits(&HardPar[1], &start[1]);
+    bool abandoned = false;
+    const auto done = [&](const auto& set, const auto& s, bool lowMean) {
+        abandoned = lowMean;
+        if (lowMean) {
             if (out != nullptr) {
                 record(out, s, false);
                 out->early_exit = true;
@@ -345,9 +311,14 @@ void HS_CAP_plast_r(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const d
         pc = set.cap.pc;
         ok = rm::return_ok(s);
         record(out, s, ok);
-    } else {
-        // The message names the shear kernel; the host's logs are read with it.
-        rm::invalid_area("HS_plast");
+    };
+    shear_return<Partner::Cap>(k, iArea, Loop::While, IsUndr == 1, done);
+    if (abandoned) {
+        // The mean stress fell below T on an edge: the return is abandoned.
+        Prs = Prs_E;
+        copy_bits(&HardPar[0], &start[0]);
+        copy_bits(&HardPar[1], &start[1]);
+        return;
     }
     HardPar[0] = std::max(gamma0, gamma);
     HardPar[1] = std::min(-pc, pp0);
@@ -377,7 +348,6 @@ void HS_CAP_plast_it_r(int iArea, const double* Props_, const Vec3& Prs_E, Vec3&
     // Only models 1 to 3 are calibrated; anything else ends the run silently.
     if (iModel < 1 || iModel > 3) stop_run("");
     if (iArea < 1 || iArea > 3) stop_run("");
-    const rm::Trace trace;
     const Props P(Props_);
     // The elastic matrix at the start of the increment, unless its minor
     // stress is too close to zero; then at the trial stresses.
@@ -389,34 +359,21 @@ void HS_CAP_plast_it_r(int iArea, const double* Props_, const Vec3& Prs_E, Vec3&
     const double stored = HardPar_E[1];
     const double pc0 = std::fabs(stored);
     const HsParams hp = read_hs_params(P, iModel, 1.0, Prs_0(3));
-    const CapPart cap = read_cap_part(P, iModel, hp, pc0);
+    const ShearCall k{hp, gamma0, false, read_cap_part(P, iModel, hp, pc0), Prs_E, D3,
+                      rm::Trace{}};
 
     double gamma = gamma0;
     double pc = pc0;
     double lam1 = 0.0, lam2 = 0.0;
-    if (iArea == 1) {
-        HsSet<1, Partner::Cap> set(hp, {kFace13}, gamma0, false);
-        set.cap = cap;
-        rm::ReturnState<2> s;
-        cap_return(set, Prs_E, D3, s, false, trace);
+    const auto done = [&](const auto& set, const auto& s, bool) {
         Prs = s.Prs;
         gamma = set.gamma;
         pc = set.cap.pc;
         lam1 = s.xLam[0];
         lam2 = s.xLam[1];
         record(out, s, rm::return_ok(s));
-    } else {
-        HsSet<2, Partner::Cap> set(hp, {kFace13, edge_face(iArea)}, gamma0, false);
-        set.cap = cap;
-        rm::ReturnState<3> s;
-        cap_return(set, Prs_E, D3, s, false, trace);
-        Prs = s.Prs;
-        gamma = set.gamma;
-        pc = set.cap.pc;
-        lam1 = s.xLam[0];
-        lam2 = s.xLam[1];
-        record(out, s, rm::return_ok(s));
-    }
+    };
+    shear_return<Partner::Cap>(k, iArea, Loop::While, false, done);
     HardPar[0] = std::max(gamma0, gamma);
     const double grown = std::max(pc, pc0);
     HardPar[1] = std::signbit(stored) ? -grown : grown;

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kernels/param_layout.hpp"
 #include "toolkit/records.hpp"
 
 namespace tervak {
@@ -24,31 +25,19 @@ void hs_strength(HsParams& hp, double s3) {
 }
 
 HsParams read_hs_params(Props props, int iModel, double R, double s3) {
+    using rm::Param;
     HsParams hp;
     hp.iModel = iModel;
-    if (iModel == 1 || iModel == 3) {
-        hp.Eur_ref = props(3);
-        hp.m = props(4);
-        hp.c = props(5);
-        hp.phi = props(6) * kDegToRad;
-        hp.psi = props(7) * kDegToRad;
-        hp.pref = props(9);
-        hp.K0 = props(10);
-        hp.Rf = props(11);
-        hp.T = props(12);
-        hp.Ei_ref = props(13);
-    } else if (iModel == 2 || iModel == 4) {
-        hp.Eur_ref = props(11);
-        hp.m = props(12);
-        hp.c = props(14);
-        hp.phi = props(15) * kDegToRad;
-        hp.psi = props(16) * kDegToRad;
-        hp.pref = props(13);
-        hp.K0 = props(17);
-        hp.Rf = props(18);
-        hp.T = props(19);
-        hp.Ei_ref = props(20);
-    }
+    hp.Eur_ref = rm::param(props, iModel, Param::Eur_ref);
+    hp.m = rm::param(props, iModel, Param::m);
+    hp.c = rm::param(props, iModel, Param::c);
+    hp.phi = rm::radians(rm::param(props, iModel, Param::phi));
+    hp.psi = rm::radians(rm::param(props, iModel, Param::psi));
+    hp.pref = rm::param(props, iModel, Param::pref);
+    hp.K0 = rm::param(props, iModel, Param::K0);
+    hp.Rf = rm::param(props, iModel, Param::Rf);
+    hp.T = rm::param(props, iModel, Param::T);
+    hp.Ei_ref = rm::param(props, iModel, Param::E_hyp);
     hp.sinphi = std::sin(hp.phi);
     hp.cosphi = std::cos(hp.phi);
     hp.sinpsi = std::sin(hp.psi);

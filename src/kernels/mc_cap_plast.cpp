@@ -23,7 +23,7 @@ namespace tervak {
 namespace {
 
 template <int N>
-void mc_cap_area(const capret::CapPlane (&faces)[N - 1], Props P, const CapParams& cp,
+void mc_cap_area(const rm::PlaneFace (&faces)[N - 1], Props P, const CapParams& cp,
                  const rm::MohrCoulomb& mc, int iEl, int Int, int iElDbg, int IntDbg,
                  const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* HardPar,
                  const Mat3& D3, const rm::Trace& trace, CapOutcome* out) {
@@ -35,14 +35,9 @@ void mc_cap_area(const capret::CapPlane (&faces)[N - 1], Props P, const CapParam
     Prs = s.Prs;
     HardPar[1] = std::min(-set.pc, h2);
     const bool ok = rm::return_ok(s);
-    if (out != nullptr) {
-        *out = CapOutcome{};
-        out->it = s.it;
-        out->nLam = N;
-        for (int i = 0; i < N; ++i) out->xLam[i] = s.xLam[i];
-        out->pc = set.pc;
-        out->ok = ok;
-    }
+    // A fresh record: multipliers past the area's count read zero.
+    if (out != nullptr) *out = CapOutcome{};
+    capret::record(out, s, set.pc, ok);
     rm::verdict_line(iEl, Int, iElDbg, IntDbg, ok);
 }
 
@@ -60,19 +55,14 @@ void MC_CAP_plast_r(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const d
 
     switch (iArea) {
         case 1: {
-            const capret::CapPlane faces[1] = {capret::kMc13};
+            const rm::PlaneFace faces[1] = {rm::kFace13};
             mc_cap_area<2>(faces, P, cp, mc, iEl, Int, iElDbg, IntDbg, Prs_E, Prs, HardPar_E,
                            HardPar, D3, trace, out);
             break;
         }
-        case 2: {
-            const capret::CapPlane faces[2] = {capret::kMc13, capret::kMc12};
-            mc_cap_area<3>(faces, P, cp, mc, iEl, Int, iElDbg, IntDbg, Prs_E, Prs, HardPar_E,
-                           HardPar, D3, trace, out);
-            break;
-        }
+        case 2:
         case 3: {
-            const capret::CapPlane faces[2] = {capret::kMc13, capret::kMc23};
+            const rm::PlaneFace faces[2] = {rm::kFace13, rm::mc_edge_face(iArea)};
             mc_cap_area<3>(faces, P, cp, mc, iEl, Int, iElDbg, IntDbg, Prs_E, Prs, HardPar_E,
                            HardPar, D3, trace, out);
             break;

@@ -12,32 +12,20 @@ void MC_plast(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const double*
     const rm::Trace trace;
     iPlast = 1;
     const rm::MohrCoulomb mc = rm::read_mohr_coulomb(Props(Props_), iModel);
+    const rm::PlaneOutput out{iEl, Int, iElDbg, IntDbg, Prs, HardPar_E, HardPar};
 
     switch (iArea) {
-        case 1: {
-            const auto s = rm::plane_return<1>(mc, {rm::kFace13}, Prs_E, D3, rm::LoopForm::Face,
-                                               trace);
-            Prs = s.Prs;
-            HardPar[1] = HardPar_E[1];
-            rm::verdict(iEl, Int, iElDbg, IntDbg, s);
+        case 1:
+            rm::hand_back(rm::plane_return<1>(mc, {rm::kFace13}, Prs_E, D3, rm::LoopForm::Face,
+                                              trace),
+                          out);
             break;
-        }
-        case 2: {
-            const auto s = rm::plane_return<2>(mc, {rm::kFace13, rm::kFace12}, Prs_E, D3,
-                                               rm::LoopForm::Edge, trace);
-            Prs = s.Prs;
-            HardPar[1] = HardPar_E[1];
-            rm::verdict(iEl, Int, iElDbg, IntDbg, s);
+        case 2:
+        case 3:
+            rm::hand_back(rm::plane_return<2>(mc, {rm::kFace13, rm::mc_edge_face(iArea)}, Prs_E,
+                                              D3, rm::LoopForm::Edge, trace),
+                          out);
             break;
-        }
-        case 3: {
-            const auto s = rm::plane_return<2>(mc, {rm::kFace13, rm::kFace23}, Prs_E, D3,
-                                               rm::LoopForm::Edge, trace);
-            Prs = s.Prs;
-            HardPar[1] = HardPar_E[1];
-            rm::verdict(iEl, Int, iElDbg, IntDbg, s);
-            break;
-        }
         default:
             rm::invalid_area("MC_plast");
     }

@@ -37,10 +37,10 @@
 //
 //   ReturnState<2> s;                               // zeroed multipliers
 //   first_step(set, Prs_E, D3, s, trace);           // s.Prs, s.f, s.tol
-//   edge_loop(set, Prs_E, D3, s, trace);            // or face_loop
+//   edge_loop(set, Prs_E, D3, s, trace);            // or face_loop, while_loop
 //   verdict(iEl, Int, iElDbg, IntDbg, s);           // traced point only
 //
-// first_step / correction_pass / face_loop / edge_loop can be used on their
+// first_step / correction_pass and the loops can be used on their
 // own, so a kernel with its own quirks (an early exit after the first step
 // or after each pass, a loop that updates the stresses differently) keeps
 // the common parts and writes only what differs. The loops take an optional
@@ -57,9 +57,9 @@
 #pragma once
 
 #include <cmath>
-#include <cstddef>
 #include <string_view>
 
+#include "kernels/param_layout.hpp"
 #include "toolkit/records.hpp"
 #include "toolkit/types.hpp"
 #include "toolkit/usrlib.hpp"
@@ -128,43 +128,6 @@ inline Mat3 inverse(const Mat3& A) {
 }
 
 // ---------------------------------------------------------------------------
-// Parameters by model number. Models 1 and 3 share one Props layout, models
-// 2 and 4 another; any other model number reads nothing (the value is 0).
-
-enum class Param {
-    Eur_ref,    // reference unloading-reloading modulus
-    m,          // stress exponent of the stiffness
-    c,          // cohesion
-    phi,        // friction angle, degrees
-    psi,        // dilatancy angle, degrees
-    pref,       // reference pressure
-    K0,         // earth-pressure ratio in normal consolidation
-    Rf,         // failure ratio
-    T,          // tensile strength (the cut-off lies at a principal stress of -T)
-    E_hyp,      // reference modulus of the hyperbola
-    alpha,      // cap shape factor
-    cap_ratio,  // cap stiffness ratio
-};
-
-// 1-based Props position of a parameter for a model number; 0 for a model
-// number other than 1 to 4.
-constexpr int param_pos(Param q, int iModel) {
-    constexpr int odd[] = {3, 4, 5, 6, 7, 9, 10, 11, 12, 13, 14, 15};       // models 1, 3
-    constexpr int even[] = {11, 12, 14, 15, 16, 13, 17, 18, 19, 20, 21, 22};  // models 2, 4
-    const auto k = static_cast<std::size_t>(q);
-    if (iModel == 1 || iModel == 3) return odd[k];
-    if (iModel == 2 || iModel == 4) return even[k];
-    return 0;
-}
-
-inline double param(Props P, int iModel, Param q) {
-    const int pos = param_pos(q, iModel);
-    return pos > 0 ? P(pos) : 0.0;
-}
-
-// Angles in Props are degrees; the library's own factor.
-inline double radians(double degrees) { return degrees * kDegToRad; }
-
 // The Mohr-Coulomb and tension constants of the plane kernels.
 struct MohrCoulomb {
     double c = 0.0;
@@ -218,12 +181,13 @@ inline Vec3 tension_gradient(int k) {
     return g;
 }
 
-// The ordering face P(2) - P(1), gradient (-1, 1, 0).
-inline double ordering_face(const Vec3& P) { return P(2) - P(1); }
-inline Vec3 ordering_gradient() {
+// An ordering face P(j) - P(i), i < j, gradient -1 at i and +1 at j: keeps
+// P(j) from passing P(i).
+inline double ordering_face(const Vec3& P, int i, int j) { return P(j) - P(i); }
+inline Vec3 ordering_gradient(int i, int j) {
     Vec3 g;
-    g(1) = -1.0;
-    g(2) = 1.0;
+    g(i) = -1.0;
+    g(j) = 1.0;
     return g;
 }
 
@@ -482,15 +446,36 @@ bool edge_loop(Set& set, const Vec3& Prs_E, const Mat3& D3, ReturnState<Set::N>&
     return false;
 }
 
+// A surface exceeds its tolerance: |f| > tol. A NaN value exceeds nothing.
+template <int N>
+bool exceeds(const ReturnState<N>& s) {
+    for (int i = 0; i < N; ++i)
+        if (std::fabs(s.f[i]) > s.tol[i]) return true;
+    return false;
+}
+
+// While loop: a pass while some surface exceeds its tolerance and fewer than
+// 101 passes were made (a NaN value ends the loop, where the face and edge
+// loops go on).
+template <class Set, class Hook = NoHook>
+bool while_loop(Set& set, const Vec3& Prs_E, const Mat3& D3, ReturnState<Set::N>& s,
+                const Trace& trace, Hook&& after_pass = Hook{}) {
+    while (exceeds(s) && s.it < kMaxPasses) {
+        correction_pass(set, Prs_E, D3, s, trace);
+        if (after_pass(s)) return true;
+    }
+    return false;
+}
+
 // ---------------------------------------------------------------------------
-// Plane surfaces: a set of Mohr-Coulomb, tension and ordering faces with
-// constant gradients, zero curvature and no hardening. In each pass the flow
-// vector is m + (0 xLam) z with z cleared, a zero-weight hardening term.
+// Plane surfaces: Mohr-Coulomb, tension and ordering faces with constant
+// gradients, zero curvature and no hardening. In each pass the flow vector
+// is m + (0 xLam) z with z cleared, a zero-weight hardening term.
 
 struct PlaneFace {
     enum Kind { MohrCoulomb, Tension, Ordering };
     Kind kind = MohrCoulomb;
-    int i = 1, j = 3;  // the Mohr-Coulomb pair, or i the tension index
+    int i = 1, j = 3;  // the Mohr-Coulomb or ordering pair, or i the tension index
     SurfaceLabels label;
 };
 
@@ -513,6 +498,43 @@ inline constexpr PlaneFace kOrdering{PlaneFace::Ordering, 1, 2,
                                      {"f12_trac", "df12_tracmdS", "dg12_tracmdS",
                                       "dxLam12_trac", "xLam12_trac"}};
 
+// The second Mohr-Coulomb face of an edge: face 12 on the edge Prs(2) =
+// Prs(3) (area 2), face 23 on the edge Prs(1) = Prs(2) (area 3).
+constexpr PlaneFace mc_edge_face(int iArea) { return iArea == 2 ? kFace12 : kFace23; }
+
+inline double plane_value(const PlaneFace& fc, const Vec3& P, const MohrCoulomb& mc) {
+    switch (fc.kind) {
+        case PlaneFace::MohrCoulomb: return mc_face(P, fc.i, fc.j, mc.sin_phi, mc.c_cos_phi);
+        case PlaneFace::Tension: return tension_face(P, fc.i, mc.st);
+        case PlaneFace::Ordering: return ordering_face(P, fc.i, fc.j);
+    }
+    return 0.0;
+}
+
+// Gradient n and flow vector m of a face; the Mohr-Coulomb faces flow with
+// the dilatancy angle, the others are associated. xLam is the face's
+// multiplier (the weight of the zero hardening term).
+inline void plane_terms(const PlaneFace& fc, const MohrCoulomb& mc, double xLam, Vec3& n,
+                        Vec3& m) {
+    const Vec3 z;
+    Vec3 g;
+    switch (fc.kind) {
+        case PlaneFace::MohrCoulomb:
+            n = mc_gradient(fc.i, fc.j, mc.sin_phi);
+            g = mc_gradient(fc.i, fc.j, mc.sin_psi);
+            break;
+        case PlaneFace::Tension:
+            n = tension_gradient(fc.i);
+            g = n;
+            break;
+        case PlaneFace::Ordering:
+            n = ordering_gradient(fc.i, fc.j);
+            g = n;
+            break;
+    }
+    m = comb(g, z, 1.0, 0.0 * xLam);
+}
+
 template <int NFaces>
 struct PlaneSet {
     static constexpr int N = NFaces;
@@ -527,40 +549,12 @@ struct PlaneSet {
         }
     }
 
-    double value(const PlaneFace& fc, const Vec3& P) const {
-        switch (fc.kind) {
-            case PlaneFace::MohrCoulomb: return mc_face(P, fc.i, fc.j, mc.sin_phi, mc.c_cos_phi);
-            case PlaneFace::Tension: return tension_face(P, fc.i, mc.st);
-            case PlaneFace::Ordering: return ordering_face(P);
-        }
-        return 0.0;
-    }
-
     void values(const Vec3& P, double (&f)[N]) const {
-        for (int k = 0; k < N; ++k) f[k] = value(face[k], P);
+        for (int k = 0; k < N; ++k) f[k] = plane_value(face[k], P, mc);
     }
 
     void terms(const Vec3&, const double (&xLam)[N], SurfaceTerms<N>& t) const {
-        const Vec3 z;
-        for (int k = 0; k < N; ++k) {
-            const PlaneFace& fc = face[k];
-            Vec3 m;
-            switch (fc.kind) {
-                case PlaneFace::MohrCoulomb:
-                    t.n[k] = mc_gradient(fc.i, fc.j, mc.sin_phi);
-                    m = mc_gradient(fc.i, fc.j, mc.sin_psi);
-                    break;
-                case PlaneFace::Tension:
-                    t.n[k] = tension_gradient(fc.i);
-                    m = t.n[k];
-                    break;
-                case PlaneFace::Ordering:
-                    t.n[k] = ordering_gradient();
-                    m = t.n[k];
-                    break;
-            }
-            t.m[k] = comb(m, z, 1.0, 0.0 * xLam[k]);
-        }
+        for (int k = 0; k < N; ++k) plane_terms(face[k], mc, xLam[k], t.n[k], t.m[k]);
     }
 
     void harden(const double (&)[N]) const {}
@@ -582,6 +576,23 @@ ReturnState<N> plane_return(const MohrCoulomb& mc, const PlaneFace (&faces)[N],
     else
         edge_loop(set, Prs_E, D3, s, trace);
     return s;
+}
+
+// The outputs of a plane kernel's call.
+struct PlaneOutput {
+    int iEl, Int, iElDbg, IntDbg;  // the point and the traced point
+    Vec3& Prs;
+    const double* HardPar_E;
+    double* HardPar;
+};
+
+// Hands a plane return back: the stresses, the cap value passed through
+// (the plane faces do not harden), the verdict at the traced point.
+template <int N>
+void hand_back(const ReturnState<N>& s, const PlaneOutput& out) {
+    out.Prs = s.Prs;
+    out.HardPar[1] = out.HardPar_E[1];
+    verdict(out.iEl, out.Int, out.iElDbg, out.IntDbg, s);
 }
 
 }  // namespace tervak::rm

@@ -49,31 +49,22 @@ void TRAC_plast(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const doubl
     const rm::Trace trace;
     iPlast = 2;
     const rm::MohrCoulomb mc = rm::read_mohr_coulomb(Props(Props_), iModel);
+    const rm::PlaneOutput out{iEl, Int, iElDbg, IntDbg, Prs, HardPar_E, HardPar};
 
     switch (iArea) {
-        case 1: {
-            const auto s = cut_off_return(mc, Prs_E, D3, trace);
-            Prs = s.Prs;
-            HardPar[1] = HardPar_E[1];
-            rm::verdict(iEl, Int, iElDbg, IntDbg, s);
+        case 1:
+            rm::hand_back(cut_off_return(mc, Prs_E, D3, trace), out);
             break;
-        }
-        case 2: {
-            const auto s = rm::plane_return<2>(mc, {rm::kTension3, rm::kTension2}, Prs_E, D3,
-                                               rm::LoopForm::Edge, trace);
-            Prs = s.Prs;
-            HardPar[1] = HardPar_E[1];
-            rm::verdict(iEl, Int, iElDbg, IntDbg, s);
+        case 2:
+            rm::hand_back(rm::plane_return<2>(mc, {rm::kTension3, rm::kTension2}, Prs_E, D3,
+                                              rm::LoopForm::Edge, trace),
+                          out);
             break;
-        }
-        case 3: {
-            const auto s = rm::plane_return<2>(mc, {rm::kTension3, rm::kOrdering}, Prs_E, D3,
-                                               rm::LoopForm::Edge, trace);
-            Prs = s.Prs;
-            HardPar[1] = HardPar_E[1];
-            rm::verdict(iEl, Int, iElDbg, IntDbg, s);
+        case 3:
+            rm::hand_back(rm::plane_return<2>(mc, {rm::kTension3, rm::kOrdering}, Prs_E, D3,
+                                              rm::LoopForm::Edge, trace),
+                          out);
             break;
-        }
         default:
             rm::invalid_area("TRAC_plast");
     }

@@ -10,6 +10,7 @@
 
 #include "kernels/cap_surface.hpp"
 #include "kernels/kernels.hpp"
+#include "models/parameters.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/principal.hpp"
 #include "toolkit/records.hpp"
@@ -74,6 +75,11 @@ namespace {
 
 using View = tervak::Props;  // 1-based read-only view of a host array
 
+// Position 15 is the cap stiffness of either variant: beta in model 1,
+// Kur_Kc in model 3.
+constexpr int kCapStiffness = m1::beta;
+static_assert(m3::Kur_Kc == kCapStiffness);
+
 double mean3(const Vec3& x) { return ((x(1) + x(2)) + x(3)) / 3.0; }
 
 // A surface counts as violated from its tolerance up.
@@ -116,6 +122,7 @@ private:
     void chain_E();
     void final_rule();
     void elastic();
+    void keep_state() const;
     void step(Kernel k, const StepTexts& t, bool capReturn);
     void call(Kernel k, int iArea);
     void note(std::string_view text) const {
@@ -128,9 +135,9 @@ private:
     double f13_hs(const Vec3& P) const {
         const double q = P(1) - P(3);
         if (qf_ <= q) return 1.0;
-        const double qa = qf_ / Props(11);
-        return (q / std::abs(qa - q)) * (2.0 * qa / (Props(13) * fe_)) -
-               2.0 * q / (fe_ * Props(3)) - gamma_p_E_;
+        const double qa = qf_ / Props(m1::R_f);
+        return (q / std::abs(qa - q)) * (2.0 * qa / (Props(m1::Ei_ref) * fe_)) -
+               2.0 * q / (fe_ * Props(m1::Eur_ref)) - gamma_p_E_;
     }
     double f13_mc(const Vec3& P) const {
         const double q = P(1) - P(3);
@@ -140,9 +147,9 @@ private:
     double f_cap(const Vec3& P) const {
         const double qt = q_m(P);
         const double p = mean3(P);
-        return qt * qt / (Props(14) * Props(14)) + p * p - p_p_E_ * p_p_E_;
+        return qt * qt / (Props(m1::alpha) * Props(m1::alpha)) + p * p - p_p_E_ * p_p_E_;
     }
-    double f13_trac(const Vec3& P) const { return -Props(12) - P(3); }
+    double f13_trac(const Vec3& P) const { return -Props(m1::sigma_t) - P(3); }
 
     const ModelArgs& a_;
     const Variant& v_;
@@ -169,14 +176,15 @@ void StressPoint::header() const {
 
 void StressPoint::run() {
     const View StVar0(a_.StVar0);
+    const State StVar(a_.StVar);
     const View dEps(a_.dEps);
 
     header();
     wriivl(dbg_, "IsUndr", *a_.IsUndr);
-    a_.StVar[0] = StVar0(1);
-    a_.StVar[1] = StVar0(2);
-    gamma_p_E_ = StVar0(1);
-    p_p_E_ = -StVar0(2);
+    StVar(m1::sv::gamma_p) = StVar0(m1::sv::gamma_p);
+    StVar(m1::sv::p_p) = StVar0(m1::sv::p_p);
+    gamma_p_E_ = StVar0(m1::sv::gamma_p);
+    p_p_E_ = -StVar0(m1::sv::p_p);
     wrival(dbg_, "gamma_p_E", gamma_p_E_);
     wrival(dbg_, "p_p_E", p_p_E_);
 
@@ -239,16 +247,18 @@ void StressPoint::run() {
 }
 
 void StressPoint::yield_values() {
-    const double phi = Props(6) * kDegToRad;
+    const double phi = Props(m1::phi) * kDegToRad;
     s_ = std::sin(phi);
-    cphi_ = Props(5) * std::cos(phi);
+    cphi_ = Props(m1::c) * std::cos(phi);
     ccot_ = cphi_ / s_;
     delta_ = (3.0 + s_) / (3.0 - s_);
 
     // Strength and stiffness from the start-of-step minor stress.
-    qf_ = 2.0 * s_ / (1.0 - s_) * std::max(ccot_ + Prs_0(3), std::max(0.0, Props(12) + ccot_));
-    fe_ = std::pow(std::max(Prs_0(3) * s_ + cphi_, std::max(1.0, cphi_)) / (Props(9) * s_ + cphi_),
-                   Props(4));
+    qf_ = 2.0 * s_ / (1.0 - s_) *
+          std::max(ccot_ + Prs_0(3), std::max(0.0, Props(m1::sigma_t) + ccot_));
+    fe_ = std::pow(std::max(Prs_0(3) * s_ + cphi_, std::max(1.0, cphi_)) /
+                       (Props(m1::p_ref) * s_ + cphi_),
+                   Props(m1::m));
 
     const double f_hs = f13_hs(Prs_E);
     const double f_mc = f13_mc(Prs_E);
@@ -266,16 +276,16 @@ void StressPoint::yield_values() {
 
 void StressPoint::extra_values() const {
     const double q = Prs_E(1) - Prs_E(3);
-    const double qa = qf_ / Props(11);
+    const double qa = qf_ / Props(m1::R_f);
     const double p = mean3(Prs_E);
     wrival(dbg_, "Prs_E(1)-Prs_E(3)", q);
     wrival(dbg_, "qf", qf_);
     wrival(dbg_, "qa", qa);
     wrival(dbg_, "qa-(Prs_E(1)-Prs_E(3))", qa - q);
-    wrival(dbg_, "Ei", Props(13) * fe_);
-    wrival(dbg_, "Eur", Props(3) * fe_);
-    wrival(dbg_, "alfa", Props(14));
-    wrival(dbg_, "beta", Props(15));
+    wrival(dbg_, "Ei", Props(m1::Ei_ref) * fe_);
+    wrival(dbg_, "Eur", Props(m1::Eur_ref) * fe_);
+    wrival(dbg_, "alfa", Props(m1::alpha));
+    wrival(dbg_, "beta", Props(kCapStiffness));
     wrival(dbg_, "xH", xh_cap(3, Props, p, p_p_E_, ccot_, 1.0));
     wrival(dbg_, "delta", delta_);
     wrival(dbg_, "q_m", q_m(Prs_E));
@@ -339,14 +349,21 @@ void StressPoint::chain_E() {
 
 // Low mean stress: the point is put on the tension value, unhardened.
 void StressPoint::final_rule() {
-    if (mean3(Prs) < Props(12)) {
-        Prs(1) = Props(12);
-        Prs(2) = Props(12);
-        Prs(3) = Props(12);
-        a_.StVar[0] = a_.StVar0[0];
-        a_.StVar[1] = a_.StVar0[1];
+    if (mean3(Prs) < Props(m1::sigma_t)) {
+        Prs(1) = Props(m1::sigma_t);
+        Prs(2) = Props(m1::sigma_t);
+        Prs(3) = Props(m1::sigma_t);
+        keep_state();
         *a_.iPlast = 2;
     }
+}
+
+// The hardening pair of the start of the step, unchanged.
+void StressPoint::keep_state() const {
+    const View StVar0(a_.StVar0);
+    const State StVar(a_.StVar);
+    StVar(m1::sv::gamma_p) = StVar0(m1::sv::gamma_p);
+    StVar(m1::sv::p_p) = StVar0(m1::sv::p_p);
 }
 
 void StressPoint::elastic() {
@@ -354,8 +371,7 @@ void StressPoint::elastic() {
     Matriz6(a_.Props, Prs_0.data(), a_.D, v_.option);
     *a_.iPlast = 0;
     Prs = Prs_E;
-    a_.StVar[0] = a_.StVar0[0];
-    a_.StVar[1] = a_.StVar0[1];
+    keep_state();
 }
 
 // One kernel call with its area correction: a returned triple that left the
@@ -478,34 +494,36 @@ void StressPoint::strain_split(const double* Sig0, const double* Sig) const {
 void initial_state(const ModelArgs& a) {
     const View Props(a.Props);
     const View Sig0(a.Sig0);
-    double* StVar0 = a.StVar0;
+    const State StVar0(a.StVar0);
+    const State StVar(a.StVar);
 
     const double sv = -Sig0(2);
     const double p0 = -((Sig0(1) + Sig0(2)) + Sig0(3)) / 3.0;
     const double qx = -Sig0(1) + Sig0(3);
-    const double phi = Props(6) * kDegToRad;
+    const double phi = Props(m1::phi) * kDegToRad;
     const double s = std::sin(phi);
     const double co = std::cos(phi);
 
-    const double pc = std::max((2.0 * Props(10) + 1.0) / 3.0 * sv * Props(16), p0);
-    const double qc = std::max((1.0 - Props(10)) * sv * Props(16), qx);
-    const double t = qc / Props(14);
+    const double pc = std::max((2.0 * Props(m1::K0_nc) + 1.0) / 3.0 * sv * Props(m1::OCR), p0);
+    const double qc = std::max((1.0 - Props(m1::K0_nc)) * sv * Props(m1::OCR), qx);
+    const double t = qc / Props(m1::alpha);
     const double pe = std::pow(pc * pc + t * t, 0.5);
-    const double cphi = Props(5) * co;
+    const double cphi = Props(m1::c) * co;
     const double ccot = cphi / s;
 
     const double qf =
-        2.0 * s / (1.0 - s) * std::max(std::max(Props(12) + ccot, ccot - Sig0(3)), 1.0);
-    const double qa = qf / Props(11);
+        2.0 * s / (1.0 - s) * std::max(std::max(Props(m1::sigma_t) + ccot, ccot - Sig0(3)), 1.0);
+    const double qa = qf / Props(m1::R_f);
     const double fe = std::pow(
-        std::max(cphi - Sig0(3) * s, std::max(1.0, cphi)) / (s * Props(9) + cphi), Props(4));
-    const double gamma_new =
-        2.0 * qc / (Props(13) * fe) * qa / (qa - qc) - 2.0 * qc / (fe * Props(3));
+        std::max(cphi - Sig0(3) * s, std::max(1.0, cphi)) / (s * Props(m1::p_ref) + cphi),
+        Props(m1::m));
+    const double gamma_new = 2.0 * qc / (Props(m1::Ei_ref) * fe) * qa / (qa - qc) -
+                             2.0 * qc / (fe * Props(m1::Eur_ref));
 
-    StVar0[0] = std::max(gamma_new, std::max(StVar0[0], 1e-10));
-    StVar0[1] = std::min(std::min(StVar0[1], -1.0), -std::max(ccot, pe));
-    a.StVar[0] = StVar0[0];
-    a.StVar[1] = StVar0[1];
+    StVar0(m1::sv::gamma_p) = std::max(gamma_new, std::max(StVar0(m1::sv::gamma_p), 1e-10));
+    StVar0(m1::sv::p_p) = std::min(std::min(StVar0(m1::sv::p_p), -1.0), -std::max(ccot, pe));
+    StVar(m1::sv::gamma_p) = StVar0(m1::sv::gamma_p);
+    StVar(m1::sv::p_p) = StVar0(m1::sv::p_p);
 }
 
 // Tasks 3 and 6: the elastic matrix at the start stresses and, for an
@@ -515,13 +533,15 @@ void elastic_stiffness(const ModelArgs& a, const Variant& v) {
     const Vec3 Prs = principal_values(a.Sig0);
     *a.BulkW = 0.0;
     if (*a.IsUndr == 1) {
-        const double phi = Props(6) * kDegToRad;
+        const double phi = Props(m1::phi) * kDegToRad;
         const double s = std::sin(phi);
         const double co = std::cos(phi);
-        const double x =
-            std::max(std::max(Props(12) * s + Props(5) * co, Prs(3) * s + Props(5) * co), 0.0);
-        const double Eur = Props(3) * std::pow(x / (Props(9) * s + Props(5) * co), Props(4));
-        const double nu = Props(8);
+        const double x = std::max(std::max(Props(m1::sigma_t) * s + Props(m1::c) * co,
+                                           Prs(3) * s + Props(m1::c) * co),
+                                  0.0);
+        const double Eur = Props(m1::Eur_ref) *
+                           std::pow(x / (Props(m1::p_ref) * s + Props(m1::c) * co), Props(m1::m));
+        const double nu = Props(m1::nu_ur);
         const double G = Eur / (2.0 * (1.0 + nu));
         // 149.4999999999999 is (1 + 0.495) / (1 - 2 0.495) in double precision.
         *a.BulkW = 2.0 * G / 3.0 * (149.4999999999999 - (1.0 + nu) / (1.0 - 2.0 * nu));
@@ -540,7 +560,7 @@ void hardening_soil(const ModelArgs& a, const Variant& v) {
         case 2: stress_task(a, v); break;
         case 3:
         case 6: elastic_stiffness(a, v); break;
-        case 4: *a.nStat = 2; break;
+        case 4: *a.nStat = m1::sv::nStat; break;
         case 5:
             *a.NonSym = 0;
             *a.StrsDep = 1;

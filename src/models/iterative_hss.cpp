@@ -5,6 +5,11 @@
 // lateral strain on the path sigma3 = K0 sigma1. Both by simulating the
 // laboratory paths with the model's own elastic matrix and the silent
 // shear-hardening-with-cap return.
+//
+// The searches have no run limit: they end when the tolerance bands are met.
+// Every run is a full simulated test (tens of thousands of load increments,
+// each one closest-point return on the triaxial edge), so the loading loops
+// below allocate nothing and print nothing; progress is printed once per run.
 #include <algorithm>
 #include <cmath>
 
@@ -25,22 +30,31 @@ constexpr double kFineStep = 0.0010000000474974513;
 
 // The state of one simulated sample (compression positive).
 struct Sample {
-    double sig[6] = {};  // current stresses
+    Vec3 prs;            // current principal stresses, descending
+    double sig[6] = {};  // current stresses, from which the load steps are measured
     double eps[6] = {};  // accumulated strains
-    double hard[2] = {};
+    double hard[2] = {};  // gamma_p and the cap pressure (positive)
     double lastDSig1 = 0.0;
     double lastDEps1 = 0.0;
+
+    void start(double s1, double s2, double s3, double gamma_p, double cap) {
+        prs = Vec3{{s1, s2, s3}};
+        sig[0] = s1;
+        sig[1] = s2;
+        sig[2] = s3;
+        hard[0] = gamma_p;
+        hard[1] = cap;
+    }
 };
 
-// One load increment dSig: strains from the inverse elastic matrix, the
-// trial stresses split into principal values and returned by the silent
-// kernel on the triaxial edge. With rotate, the returned principal values
-// are turned back with the trial directions; otherwise they are taken as the
-// axial and lateral components directly.
+// One load increment dSig: the strains from the inverse elastic matrix at the
+// current principal stresses, the trial stresses split into principal values
+// and returned by the silent kernel on the triaxial edge (area 2). With
+// rotate, the returned principal values are turned back with the trial
+// directions; otherwise they become the axial and lateral stresses directly.
 void load_increment(double* Props, int option, Sample& s, const double* dSig, bool rotate) {
-    const Vec3 Prs_0{{s.sig[0], s.sig[1], s.sig[2]}};
     double D[36], C[36], dEps[6], trial[6];
-    Matriz6(Props, Prs_0.data(), D, option);
+    Matriz6(Props, s.prs.data(), D, option);
     matinvpiv(D, C, 6);
     matvec(C, 6, dSig, 6, dEps);
     addvec(s.eps, dEps, 1.0, 1.0, 6, s.eps);
@@ -51,9 +65,10 @@ void load_increment(double* Props, int option, Sample& s, const double* dSig, bo
     Vec3 Prs;
     double hardOut[2] = {s.hard[0], s.hard[1]};
     int iRes = 0;
-    HS_CAP_plast_it(2, Props, Prs_E, Prs, s.hard, hardOut, iRes, Prs_0, option);
+    HS_CAP_plast_it(2, Props, Prs_E, Prs, s.hard, hardOut, iRes, s.prs, option);
     s.hard[0] = hardOut[0];
     s.hard[1] = hardOut[1];
+    s.prs = Prs;
     if (rotate) {
         carsig(Prs(3), Prs(2), Prs(1), xN1, xN2, xN3, s.sig);
     } else {
@@ -68,14 +83,12 @@ void load_increment(double* Props, int option, Sample& s, const double* dSig, bo
     s.lastDEps1 = dEps[0];
 }
 
-// Axial strain at which a drained triaxial test at 100.0 reaches q50.
+// Axial strain at which a drained triaxial test at 100.0 reaches q50: the
+// axial stress goes up by 0.01 per increment, the lateral ones are brought
+// back to 100.0.
 double triaxial_strain_at(double* Props, int option, double q50) {
     Sample s;
-    s.sig[0] = 100.0;
-    s.sig[1] = 100.0;
-    s.sig[2] = 100.0;
-    s.hard[0] = 1e-09;
-    s.hard[1] = 100.0;
+    s.start(100.0, 100.0, 100.0, 1e-09, 100.0);
     if (q50 <= 0.0) return 0.0;
     do {
         const double dSig[6] = {0.01, 100.0 - s.sig[1], 100.0 - s.sig[2], 0.0, 0.0, 0.0};
@@ -144,7 +157,7 @@ void Iterative_hss(double* Props_, int option) {
     // Earth-pressure coefficient of normal consolidation.
     const double delta = (3.0 + s) / (3.0 - s);
     double K0 = P(10);
-    double Eoed = 0.0;
+    Sample smp;  // the last run's sample gives Eoed
     {
         double step = 0.005;
         int direction = 1;
@@ -155,13 +168,10 @@ void Iterative_hss(double* Props_, int option) {
                 counter = 0;
                 step = kFineStep;
             }
-            Sample smp;
-            smp.sig[0] = 1.0;
-            smp.sig[1] = K0;
-            smp.sig[2] = K0;
-            // Hardening pair of the start state: the hyperbolic gamma_p at the
-            // start deviator (capped at the failure deviator) and the cap
-            // through that state.
+            // Hardening pair of the start state (1.0, K0, K0): the hyperbolic
+            // gamma_p at the start deviator (capped at the failure deviator)
+            // and the cap through that state.
+            double gamma_p, cap;
             {
                 const double qf =
                     2.0 * s / (1.0 - s) * std::max(std::max(T + ccot, ccot + K0), 1.0);
@@ -169,22 +179,21 @@ void Iterative_hss(double* Props_, int option) {
                 const double qa = qf / P(11);
                 const double fe =
                     std::pow(std::max(s * K0 + cc, std::max(1.0, cc)) / (pref * s + cc), m);
-                smp.hard[0] = (2.0 * q / (P(13) * fe)) * qa / (qa - q) - 2.0 * q / (fe * P(3));
+                gamma_p = (2.0 * q / (P(13) * fe)) * qa / (qa - q) - 2.0 * q / (fe * P(3));
                 const double qt = (delta - 1.0) * K0 + 1.0 - delta * K0;
                 const double p = (1.0 + 2.0 * K0) / 3.0;
-                smp.hard[1] = std::pow(qt * qt / (P(14) * P(14)) + p * p, 0.5);
+                cap = std::pow(qt * qt / (P(14) * P(14)) + p * p, 0.5);
             }
-            while (smp.sig[0] < 500.0) {
+            smp = Sample{};
+            smp.start(1.0, K0, K0, gamma_p, cap);
+            do {
                 const double dSig[6] = {0.01, K0 * smp.sig[0] - smp.sig[1],
                                         K0 * smp.sig[0] - smp.sig[2], 0.0, 0.0, 0.0};
                 load_increment(Props_, option, smp, dSig, true);
-            }
+            } while (!(smp.sig[0] >= 500.0));
             const double eps1 = smp.eps[0];
             const double eps3 = smp.eps[2];
             const double tol = 0.0001 * std::fabs(eps1);
-            const double sigma1 = smp.sig[2] / K0;
-            Eoed = (smp.lastDSig1 / smp.lastDEps1) /
-                   std::pow((sigma1 * s + cc) / (pref * s + cc), m);
             if (eps3 > tol) {
                 if (direction < 0) step = std::max(step * 0.8, 1e-07);
                 K0 = K0 * (1.0 - step);
@@ -202,6 +211,11 @@ void Iterative_hss(double* Props_, int option) {
             }
         }
     }
+
+    // Oedometric stiffness of the last increment, brought back to pref.
+    const double sigma1 = smp.sig[2] / K0;
+    const double Eoed =
+        (smp.lastDSig1 / smp.lastDEps1) / std::pow((sigma1 * s + cc) / (pref * s + cc), m);
 
     ListRecord() << "Ei_ref_inter" << Ei << ListRecord::end;
     if (option == 1) ListRecord() << "beta" << P(15) << ListRecord::end;

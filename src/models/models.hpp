@@ -36,12 +36,20 @@ struct ModelArgs {
     void* Arg31;
 };
 
+// Writable 1-based view of a host's real array (StVar, or StVar0 in task 1),
+// read and written at the named positions of models/parameters.hpp.
+struct State {
+    double* s;
+    constexpr explicit State(double* p) : s(p) {}
+    constexpr double& operator()(int i) const { return s[i - 1]; }
+};
+
 void mymodel1(const ModelArgs& a);
 void mymodel2(const ModelArgs& a);
 void mymodel3(const ModelArgs& a);
 void mymodel4(const ModelArgs& a);
 
-// Model 1's parameter calibration (task 7): rewrites Props(10) and Props(13).
+// Model 1's parameter calibration (task 7): rewrites K0_nc and Ei_ref.
 void Iterative_hss(double* Props, int option);
 
 }  // namespace tervak

@@ -119,7 +119,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     wrivec(io, "Prs_E", Prs_E.data(), 3);
 
     // Return mapping with the modulus ratio floored at 1.
-    const double R = std::max(sv[m2::sv::G_ratio - 1], 1.0);
+    const double R = std::max(View(sv)(m2::sv::G_ratio), 1.0);
     Vec3 Prs;
     int kernel = 0;
     stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, D3, R);
@@ -134,7 +134,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
         addvec(sig_E, sig, 1.0, -1.0, 6, dSigPl);
         dEpsPl = compliance(st.K, st.G, dSigPl);
     }
-    double* eps_el = sv + (m2::sv::eps_el - 1);
+    double* eps_el = at(sv, m2::sv::eps_el);
     for (int i = 0; i < 6; ++i) eps_el[i] = eps_el[i] + (dEps[i] - dEpsPl.v[i]);
 
     cycle_closure(pt, st, sv);
@@ -155,7 +155,7 @@ double sub_fraction(const double* Props, const double* dEps) {
 
 void initial_state(const ModelArgs& a, const Variant& v) {
     const View P(a.Props);
-    double* S = a.StVar0;
+    const State S(a.StVar0);
     const double phi = P(m2::phi) * kDegToRad;
     const double sp = std::sin(phi);
     const double cp = std::cos(phi);
@@ -181,19 +181,19 @@ void initial_state(const ModelArgs& a, const Variant& v) {
     const double q = q_eq;
     const double gamma_new = 2.0 * q / (factor * P(m2::E50_ref)) * qa / (qa - q) -
                              2.0 * q / (factor * P(m2::Eur_ref));
-    S[m2::sv::gamma_p - 1] = std::max(gamma_new, std::max(v.gammaFloor, S[m2::sv::gamma_p - 1]));
-    S[m2::sv::p_p - 1] = std::min({S[m2::sv::p_p - 1], v.capCeiling, -p_p});
+    S(m2::sv::gamma_p) = std::max(gamma_new, std::max(v.gammaFloor, S(m2::sv::gamma_p)));
+    S(m2::sv::p_p) = std::min({S(m2::sv::p_p), v.capCeiling, -p_p});
 
     // The small-strain memory: G0 and, on reset, the strain history.
     const bool reset = P(m2::reset) == 1.0;
-    if (S[m2::sv::G0 - 1] < 1.0 || reset) S[m2::sv::G0 - 1] = P(m2::G0_ref);
-    if (reset) mzeror(S + (m2::sv::H - 1), m2::sv::xH_M - m2::sv::H);
+    if (S(m2::sv::G0) < 1.0 || reset) S(m2::sv::G0) = P(m2::G0_ref);
+    if (reset) mzeror(at(a.StVar0, m2::sv::H), m2::sv::xH_M - m2::sv::H);
     for (int i = m2::sv::xH_M; i < m2::sv::G_ref_min; ++i)
-        S[i - 1] = reset ? 0.0 : std::max(S[i - 1], 0.0);
+        S(i) = reset ? 0.0 : std::max(S(i), 0.0);
     for (int i = m2::sv::G_ref_min; i <= m2::sv::Gt_obs; ++i)
-        if (S[i - 1] < 1.0 || reset) S[i - 1] = P(m2::G0_ref);
+        if (S(i) < 1.0 || reset) S(i) = P(m2::G0_ref);
 
-    copyrvec(S, a.StVar, kNStat);
+    copyrvec(a.StVar0, a.StVar, kNStat);
 }
 
 void elastic_stiffness(const ModelArgs& a, const Variant& /*v*/) {
@@ -210,9 +210,9 @@ void elastic_stiffness(const ModelArgs& a, const Variant& /*v*/) {
         (2.0 * P(m2::gamma_07) / 0.385) * (std::sqrt(G0 / G_ur_ref) - 1.0);
 
     // Strain distance from the last reversal.
-    const Vec6 e = deviatoric(a.StVar0 + (m2::sv::eps - 1));
+    const Vec6 e = deviatoric(at(a.StVar0, m2::sv::eps));
     double rel[6];
-    addvec(e.data(), a.StVar0 + (m2::sv::eR1 - 1), 1.0, -1.0, 6, rel);
+    addvec(e.data(), at(a.StVar0, m2::sv::eR1), 1.0, -1.0, 6, rel);
     const double gamma_oct_DR = kOct * modul(rel);
     const double G = s * (gamma_oct_DR >= gamma_alfa_ur ? G_ur_ref : S0(m2::sv::Gt_ap_ref));
 
@@ -270,12 +270,13 @@ void stress_task(const ModelArgs& a, const Variant& v) {
 
     // Observed secant and tangent shear moduli of the point.
     const double tm = tau_m(sig0);
-    const double gm = gamma_m(sv0 + (m2::sv::eps - 1));
-    if (gm > 1e-07) sv0[m2::sv::Gs_obs - 1] = tm / gm;
+    const double gm = gamma_m(at(sv0, m2::sv::eps));
+    const State S(sv0);
+    if (gm > 1e-07) S(m2::sv::Gs_obs) = tm / gm;
     const double tm0 = tau_m(a.Sig0);
-    const double gm0 = gamma_m(a.StVar0 + (m2::sv::eps - 1));
+    const double gm0 = gamma_m(at(a.StVar0, m2::sv::eps));
     if (std::abs(gm - gm0) > 1e-10)
-        sv0[m2::sv::Gt_obs - 1] = std::abs(tm - tm0) / std::abs(gm - gm0);
+        S(m2::sv::Gt_obs) = std::abs(tm - tm0) / std::abs(gm - gm0);
 
     copyrvec(sig0, a.Sig, 6);
     copyrvec(sv0, a.StVar, kNStat);

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "models/models.hpp"
+#include "models/parameters.hpp"
 #include "toolkit/types.hpp"
 
 namespace tervak::ss {
@@ -28,7 +29,12 @@ inline constexpr Variant kModel4{4, 1e-08, -10.0, true, true};
 inline constexpr int kElDbg = 11;
 inline constexpr int kIntDbg = 4;
 
-inline constexpr int kNStat = 62;
+inline constexpr int kNStat = m2::sv::nStat;
+
+// The address of a 1-based position of a state array, the start of a
+// six-component group or of the memory levels (e.g. at(sv, m2::sv::eps)).
+constexpr double* at(double* sv, int pos) { return sv + (pos - 1); }
+constexpr const double* at(const double* sv, int pos) { return sv + (pos - 1); }
 
 // Norm of a deviatoric strain vector to octahedral shear strain (2/sqrt(3)).
 inline constexpr double kOct = 1.1547005383792515;

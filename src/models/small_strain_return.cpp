@@ -74,6 +74,7 @@ struct Surfaces {
 
     Surfaces(const double* Props, const double* sv0) {
         const View P(Props);
+        const View S0(sv0);
         const double phi = P(m2::phi) * kDegToRad;
         sinphi = std::sin(phi);
         cosphi = std::cos(phi);
@@ -86,8 +87,8 @@ struct Surfaces {
         Rf = P(m2::R_f);
         alpha = P(m2::alpha);
         k = (3.0 + sinphi) / (3.0 - sinphi);
-        gamma_p = sv0[m2::sv::gamma_p - 1];
-        p_p = sv0[m2::sv::p_p - 1];
+        gamma_p = S0(m2::sv::gamma_p);
+        p_p = S0(m2::sv::p_p);
     }
 
     double f13_hs(const Vec3& s) const {

@@ -23,24 +23,18 @@ namespace {
 
 using View = tervak::Props;
 
-// 1-based access to a state array being written.
-struct State {
-    double* s;
-    double& operator()(int i) { return s[i - 1]; }
-};
-
 // The memory arrays, level k = 1..6.
-double& xH_M(double* sv, int k) { return sv[m2::sv::xH_M - 1 + k - 1]; }
-double& xE_M(double* sv, int k) { return sv[m2::sv::xE_M - 1 + k - 1]; }
-double& xE_e_M(double* sv, int k) { return sv[m2::sv::xE_e_M - 1 + k - 1]; }
+double& xH_M(double* sv, int k) { return State(sv)(m2::sv::xH_M + k - 1); }
+double& xE_M(double* sv, int k) { return State(sv)(m2::sv::xE_M + k - 1); }
+double& xE_e_M(double* sv, int k) { return State(sv)(m2::sv::xE_e_M + k - 1); }
 
 Vec6 load6(const double* sv, int first) {
     Vec6 x;
-    copyrvec(sv + (first - 1), x.data(), 6);
+    copyrvec(at(sv, first), x.data(), 6);
     return x;
 }
 
-void store6(double* sv, int first, const Vec6& x) { copyrvec(x.data(), sv + (first - 1), 6); }
+void store6(double* sv, int first, const Vec6& x) { copyrvec(x.data(), at(sv, first), 6); }
 
 // a + fb b, one addvec.
 Vec6 combine(const Vec6& a, const Vec6& b, double fa, double fb) {
@@ -113,15 +107,16 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     Stiffness st;
 
     // Stress dependency and the reference moduli of the step.
-    const double s = std::pow(std::max(p, 0.1 * P(6)) / P(6), P(8));
-    const double fK = std::pow(std::max(p, 0.1 * P(5)) / P(5), P(7));
-    const double xKs = P(1) * fK;
-    const double xKt = P(1) / (1.0 - P(7)) * fK;
-    const double Kt_ref = P(1) / (1.0 - P(7));
-    const double G_ur_ref = 3.0 * Kt_ref * P(11) / (9.0 * Kt_ref - P(11));
+    const double s = std::pow(std::max(p, 0.1 * P(m2::p_ref_G)) / P(m2::p_ref_G), P(m2::m_G));
+    const double fK = std::pow(std::max(p, 0.1 * P(m2::p_ref_K)) / P(m2::p_ref_K), P(m2::m_K));
+    const double xKs = P(m2::K_ref) * fK;
+    const double xKt = P(m2::K_ref) / (1.0 - P(m2::m_K)) * fK;
+    const double Kt_ref = P(m2::K_ref) / (1.0 - P(m2::m_K));
+    const double G_ur_ref = 3.0 * Kt_ref * P(m2::Eur_ref) / (9.0 * Kt_ref - P(m2::Eur_ref));
     const double G_ur_p = G_ur_ref * s;
-    const double G0 = std::min(std::max(S0(m2::sv::G0), P(3)), P(2));
-    const double gamma_alfa_ur = (2.0 * P(4) / 0.385) * (std::sqrt(G0 / G_ur_ref) - 1.0);
+    const double G0 = std::min(std::max(S0(m2::sv::G0), P(m2::G0_min)), P(m2::G0_ref));
+    const double gamma_07 = P(m2::gamma_07);  // threshold strain of the hyperbola
+    const double gamma_alfa_ur = (2.0 * gamma_07 / 0.385) * (std::sqrt(G0 / G_ur_ref) - 1.0);
     st.gamma_alfa_ur = gamma_alfa_ur;
     wrival(io, "gamma_alfa_ur", gamma_alfa_ur);
 
@@ -176,7 +171,7 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     if (newCycle) {
         message(io, "SE INICIA NUEVO CICLO");
         const double branch = modul(rel_old.data());
-        const Vec6 ee = deviatoric(sv0 + (m2::sv::eps_el - 1));
+        const Vec6 ee = deviatoric(at(sv0, m2::sv::eps_el));
         if (!var.guardedMemory || branch > 1e-10)
             push_level(var, sv, h, gamma_alfa_ur, branch, modul(ee.data()));
         store6(sv, m2::sv::eR2, e_R);
@@ -208,17 +203,17 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     // 4. Change of G0.
     double d_Gs0_ap_alfa_H = 0.0;
     if (cos_H <= threshold && cos_H <= 0.0) {
-        d_Gs0_ap_alfa_H = P(3) - G0;
+        d_Gs0_ap_alfa_H = P(m2::G0_min) - G0;
     } else if (cos_H <= threshold) {
-        d_Gs0_ap_alfa_H = (P(3) - G0) * 0.0;
+        d_Gs0_ap_alfa_H = (P(m2::G0_min) - G0) * 0.0;
     }
     double G0d = G0 + d_Gs0_ap_alfa_H;
     if (cos_H < threshold) {
-        const double old_secant = G0 * s / hyper(h_cap, P(4));
-        if (G0d * s / hyper(gamma_oct_H_new, P(4)) < old_secant - 0.1)
-            G0d = std::max(hyper(gamma_oct_H_new, P(4)) * old_secant / s, P(3));
+        const double old_secant = G0 * s / hyper(h_cap, gamma_07);
+        if (G0d * s / hyper(gamma_oct_H_new, gamma_07) < old_secant - 0.1)
+            G0d = std::max(hyper(gamma_oct_H_new, gamma_07) * old_secant / s, P(m2::G0_min));
     }
-    const double G0n = std::min(std::max(G0d, P(3)), P(2));
+    const double G0n = std::min(std::max(G0d, P(m2::G0_min)), P(m2::G0_ref));
     S(m2::sv::G0) = G0n;
     wrival(io, "d_Gs0_ap_alfa_H", d_Gs0_ap_alfa_H);
 
@@ -231,24 +226,25 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     if (cos_H < threshold && gamma_oct_DR > 1e-08) {
         Gt_ap_ref = G0d;
         if (cos_H > 0.0)
-            Gt_ap_ref = Gt_ap_ref / (hyper(gamma_oct_H_new, P(4)) * hyper(gamma_oct_H_new, P(4)));
+            Gt_ap_ref =
+                Gt_ap_ref / (hyper(gamma_oct_H_new, gamma_07) * hyper(gamma_oct_H_new, gamma_07));
         wrival(io, "Gt_ap_ref - caso 1", Gt_ap_ref);
     } else if (st.real) {
         if (ga >= gamma_alfa_ur && gb >= gamma_alfa_ur) {
             Gt_ap_ref = G_ur_ref;
             wrival(io, "Gt_ap_ref - caso 4", Gt_ap_ref);
         } else if (ga < gamma_alfa_ur && gamma_alfa_ur < gb) {
-            Gt_ap_ref = G0n / hyper(gamma_alfa_ur, P(4)) * 0.0 * ga / std::abs(gb - ga) +
+            Gt_ap_ref = G0n / hyper(gamma_alfa_ur, gamma_07) * 0.0 * ga / std::abs(gb - ga) +
                         (gb - gamma_alfa_ur) * G_ur_ref / std::abs(gb - ga);
             Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::Gt_ap_ref));
             wrival(io, "Gt_ap_ref - caso 3", Gt_ap_ref);
         } else {
-            Gt_ap_ref = std::abs(G0n / hyper(gamma_oct_H_new, P(4)) * 0.0 * ga / (gb - ga));
+            Gt_ap_ref = std::abs(G0n / hyper(gamma_oct_H_new, gamma_07) * 0.0 * ga / (gb - ga));
             Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::Gt_ap_ref));
             wrival(io, "Gt_ap_ref - caso 2", Gt_ap_ref);
         }
     }
-    Gt_ap_ref = std::fmin(Gt_ap_ref, P(2));
+    Gt_ap_ref = std::fmin(Gt_ap_ref, P(m2::G0_ref));
     Gt_ap_ref = std::fmax(Gt_ap_ref, G_ur_ref);
     Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::G_ref_min));
     if (var.boundedBookkeeping) Gt_ap_ref = std::fmax(Gt_ap_ref, G_ur_ref);
@@ -261,13 +257,13 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     double G = 0.0;     // the modulus of the elastic matrix
     double K = 0.0;
     if (gamma_oct_DR <= gamma_alfa_ur) {
-        Gsec = G0p / hyper(gamma_oct_DR, P(4));
+        Gsec = G0p / hyper(gamma_oct_DR, gamma_07);
         G = Gsec;
         K = xKs;
         wrival(io, "Gs_ap APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", Gsec);
         wrival(io, "xKs APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", K);
     } else {
-        const double Gs_cut = G0p / hyper(gamma_alfa_ur, P(4));
+        const double Gs_cut = G0p / hyper(gamma_alfa_ur, gamma_07);
         const double Gt =
             (Gs_cut * gamma_alfa_ur + (gamma_oct_DR - gamma_alfa_ur) * G_ur_p) / gamma_oct_DR;
         Gsec = Gt;
@@ -280,7 +276,7 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     }
 
     // 7. After a reversal: the secant of the history before the step.
-    const double Gs_hist = G0 * s / hyper(h_cap, P(4));
+    const double Gs_hist = G0 * s / hyper(h_cap, gamma_07);
     if (cosine < threshold && gamma_oct_DR > 1e-08) {
         Gsec = Gs_hist;
         G = Gsec;
@@ -291,7 +287,7 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     S(m2::sv::Gs_H_ref) = Gs_hist / s;
 
     // 8. Bulk modulus floor.
-    const double nu = P(23);
+    const double nu = P(m2::nu_ur);
     const double Kmin = G * (2.0 / 3.0) * (1.0 + nu) / (1.0 - 2.0 * nu);
     if (Kmin > K) K = Kmin;
 
@@ -301,7 +297,7 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     if (var.boundedBookkeeping) {
         // Floored at 1, limited by the ratio of the upper bound of G0.
         double bounded = std::max(ratio, 1.0);
-        bounded = std::min(bounded, P(2) / G_ur_ref);
+        bounded = std::min(bounded, P(m2::G0_ref) / G_ur_ref);
         S(m2::sv::G_ratio) = std::min(bounded, 10.0);
     } else {
         S(m2::sv::G_ratio) = std::min(ratio, 10.0);
@@ -319,12 +315,12 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     // over the step, applied to the strain since the reversal.
     if (npi == 0) {
         if (ga <= gamma_alfa_ur && gb <= gamma_alfa_ur) {
-            const double Ga = G0p / hyper(ga, P(4));
-            const double Gb = G0p / hyper(gb, P(4));
-            st.dG = -(Ga * Gb) * (0.385 * (gb - ga) / (2.0 * P(4) * G0p));
+            const double Ga = G0p / hyper(ga, gamma_07);
+            const double Gb = G0p / hyper(gb, gamma_07);
+            st.dG = -(Ga * Gb) * (0.385 * (gb - ga) / (2.0 * gamma_07 * G0p));
         } else {
-            st.dG = curve_secant(gb, G0p, G_ur_p, gamma_alfa_ur, P(4)) -
-                    curve_secant(ga, G0p, G_ur_p, gamma_alfa_ur, P(4));
+            st.dG = curve_secant(gb, G0p, G_ur_p, gamma_alfa_ur, gamma_07) -
+                    curve_secant(ga, G0p, G_ur_p, gamma_alfa_ur, gamma_07);
         }
         double mean_old = 0.0;
         double dmean = 0.0;
@@ -334,7 +330,7 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
         }
         mean_old = mean_old / 3.0;
         dmean = dmean / 3.0;
-        const double e = -p / (3.0 * P(7) * xKs) - mean_old;
+        const double e = -p / (3.0 * P(m2::m_K) * xKs) - mean_old;
         st.dK = std::abs(e) >= 0.1 * std::abs(mean_old) ? xKs * dmean / e : 0.0;
     }
 
@@ -348,7 +344,7 @@ void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
     const Variant& var = *pt.var;
     const int io = pt.io;
     State S{sv};
-    const Vec6 e_new = deviatoric(sv + (m2::sv::eps - 1));
+    const Vec6 e_new = deviatoric(at(sv, m2::sv::eps));
     const Vec6 e_R = load6(sv, m2::sv::eR1);
     const Vec6 rel = combine(e_new, e_R, 1.0, -1.0);
     double gamma_oct_DR_new = kOct * modul(rel.data());
@@ -418,9 +414,9 @@ void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
     }
     S(m2::sv::gamma_oct_DR) = gamma_oct_DR_new;
 
-    wrivec(io, "xH_M(n+1)", sv + (m2::sv::xH_M - 1), m2::sv::nLevels);
-    wrivec(io, "xE_M(n+1)", sv + (m2::sv::xE_M - 1), m2::sv::nLevels);
-    wrivec(io, "xE_e_M(n+1)", sv + (m2::sv::xE_e_M - 1), m2::sv::nLevels);
+    wrivec(io, "xH_M(n+1)", at(sv, m2::sv::xH_M), m2::sv::nLevels);
+    wrivec(io, "xE_M(n+1)", at(sv, m2::sv::xE_M), m2::sv::nLevels);
+    wrivec(io, "xE_e_M(n+1)", at(sv, m2::sv::xE_e_M), m2::sv::nLevels);
 }
 
 }  // namespace tervak::ss

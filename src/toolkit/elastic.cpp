@@ -33,47 +33,49 @@ double stress_dependent_E(const Props P, double s3) {
 
 bool hardening_model(int iModel) { return (iModel & ~2) == 1; }
 
+// The entries of an n x n isotropic matrix (n = 3: principal, n = 6:
+// Cartesian) already cleared: diag and off in the normal block, G on the
+// shear diagonal.
+void fill_isotropic(double* D, int n, double diag, double off, double G) {
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 3; ++j) D[i + n * j] = (i == j) ? diag : off;
+    for (int i = 3; i < n; ++i) D[i + n * i] = G;
+}
+
+// The stress-dependent matrix of models 1 and 3; zeros for other models.
+// D is cleared before Props and the stresses are read.
+void stress_dependent(const double* Props_, const double* stress, double* D, int n,
+                      int iModel) {
+    mzeror(D, n * n);
+    if (!hardening_model(iModel)) return;
+    const Props P(Props_);
+    const double E = stress_dependent_E(P, stress[2]);
+    double G, diag, off;
+    isotropic_entries(E, P(8), G, diag, off);
+    fill_isotropic(D, n, diag, off, G);
+}
+
+// The matrix from the bulk and shear moduli.
+void from_moduli(double* D, int n, double K, double G) {
+    mzeror(D, n * n);
+    const double diag = K + 1.3333333333333333 * G;
+    const double off = K - 0.6666666666666666 * G;
+    fill_isotropic(D, n, diag, off, G);
+}
+
 }  // namespace
 
 void Matriz3(const double* Props_, const double* stress, double* D3, int iModel) {
-    mzeror(D3, 9);
-    if (!hardening_model(iModel)) return;
-    const Props P(Props_);
-    const double E = stress_dependent_E(P, stress[2]);
-    double G, diag, off;
-    isotropic_entries(E, P(8), G, diag, off);
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) D3[i + 3 * j] = (i == j) ? diag : off;
+    stress_dependent(Props_, stress, D3, 3, iModel);
 }
 
 void Matriz6(const double* Props_, const double* stress, double* D, int iModel) {
-    mzeror(D, 36);
-    if (!hardening_model(iModel)) return;
-    const Props P(Props_);
-    const double E = stress_dependent_E(P, stress[2]);
-    double G, diag, off;
-    isotropic_entries(E, P(8), G, diag, off);
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) D[i + 6 * j] = (i == j) ? diag : off;
-    for (int i = 3; i < 6; ++i) D[i + 6 * i] = G;
+    stress_dependent(Props_, stress, D, 6, iModel);
 }
 
-void Matriz3_NL(double* D3, double K, double G) {
-    mzeror(D3, 9);
-    const double diag = K + 1.3333333333333333 * G;
-    const double off = K - 0.6666666666666666 * G;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) D3[i + 3 * j] = (i == j) ? diag : off;
-}
+void Matriz3_NL(double* D3, double K, double G) { from_moduli(D3, 3, K, G); }
 
-void Matriz6_NL(double* D, double K, double G) {
-    mzeror(D, 36);
-    const double diag = K + 1.3333333333333333 * G;
-    const double off = K - 0.6666666666666666 * G;
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) D[i + 6 * j] = (i == j) ? diag : off;
-    for (int i = 3; i < 6; ++i) D[i + 6 * i] = G;
-}
+void Matriz6_NL(double* D, double K, double G) { from_moduli(D, 6, K, G); }
 
 double modul(const double* v) {
     double s = 0.0;

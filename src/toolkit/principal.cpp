@@ -9,6 +9,16 @@ namespace tervak {
 
 namespace {
 
+// Columns p and q of M turned by the rotation (c, s): M R.
+void rotate_columns(Mat3& M, int p, int q, double c, double s) {
+    for (int i = 1; i <= 3; ++i) {
+        const double mip = M(i, p);
+        const double miq = M(i, q);
+        M(i, p) = c * mip - s * miq;
+        M(i, q) = s * mip + c * miq;
+    }
+}
+
 // Jacobi rotations on the symmetric matrix of S; V accumulates the
 // rotations when wanted. Returns the diagonal in A and the columns in V.
 void jacobi(const double* S, double threshold_factor, Mat3& A, Mat3* V) {
@@ -51,21 +61,8 @@ void jacobi(const double* S, double threshold_factor, Mat3& A, Mat3* V) {
                 A(p, j) = c * apj - s * aqj;
                 A(q, j) = s * apj + c * aqj;
             }
-            for (int i = 1; i <= 3; ++i) {
-                const double aip = A(i, p);
-                const double aiq = A(i, q);
-                A(i, p) = c * aip - s * aiq;
-                A(i, q) = s * aip + c * aiq;
-            }
-            if (V) {
-                Mat3& W = *V;
-                for (int i = 1; i <= 3; ++i) {
-                    const double vip = W(i, p);
-                    const double viq = W(i, q);
-                    W(i, p) = c * vip - s * viq;
-                    W(i, q) = s * vip + c * viq;
-                }
-            }
+            rotate_columns(A, p, q, c, s);
+            if (V) rotate_columns(*V, p, q, c, s);
         }
     }
 }
@@ -88,15 +85,20 @@ void sort3(double s[3], int idx[3]) {
     }
 }
 
-void values_pq(const Mat3& A, double s[3], double& P, double& Q) {
-    s[0] = A(1, 1);
-    s[1] = A(2, 2);
-    s[2] = A(3, 3);
+// The diagonal of the rotated matrix in ascending order (idx: the column
+// each value came from), P and Q of the unsorted values.
+void sorted_values(const Mat3& A, int idx[3], double& S1, double& S2, double& S3, double& P,
+                   double& Q) {
+    double s[3] = {A(1, 1), A(2, 2), A(3, 3)};
     P = (s[0] + s[1] + s[2]) / 3.0;
     const double d12 = s[0] - s[1];
     const double d23 = s[1] - s[2];
     const double d31 = s[2] - s[0];
     Q = std::sqrt((d12 * d12 + d23 * d23 + d31 * d31) / 2.0);
+    sort3(s, idx);
+    S1 = s[0];
+    S2 = s[1];
+    S3 = s[2];
 }
 
 }  // namespace
@@ -105,13 +107,8 @@ void eig_3(int /*iOpt*/, const double* S, double* xN1, double* xN2, double* xN3,
            double& S2, double& S3, double& P, double& Q) {
     Mat3 A, V;
     jacobi(S, 1e-20, A, &V);
-    double s[3];
     int idx[3] = {1, 2, 3};
-    values_pq(A, s, P, Q);
-    sort3(s, idx);
-    S1 = s[0];
-    S2 = s[1];
-    S3 = s[2];
+    sorted_values(A, idx, S1, S2, S3, P, Q);
     double* out[3] = {xN1, xN2, xN3};
     for (int k = 0; k < 3; ++k)
         for (int i = 1; i <= 3; ++i) out[k][i - 1] = V(i, idx[k]);
@@ -121,13 +118,8 @@ void eig_3a(int iOpt, const double* S, double& S1, double& S2, double& S3, doubl
             double& Q) {
     Mat3 A;
     jacobi(S, iOpt == 1 ? 1e-50 : 1e-20, A, nullptr);
-    double s[3];
     int idx[3] = {1, 2, 3};
-    values_pq(A, s, P, Q);
-    sort3(s, idx);
-    S1 = s[0];
-    S2 = s[1];
-    S3 = s[2];
+    sorted_values(A, idx, S1, S2, S3, P, Q);
 }
 
 void prnsig(int IOpt, const double* S, double* xN1, double* xN2, double* xN3, double& S1,

@@ -173,23 +173,25 @@ ListRecord& ListRecord::operator<<(std::string_view text) {
     return *this;
 }
 
-ListRecord& ListRecord::operator<<(std::int32_t k) {
+// A number item: a blank, then its field.
+void ListRecord::put_number(std::string_view field) {
     put(" ");
-    char f[11];
-    format_list_int(f, k);
-    put(std::string_view(f, sizeof f));
+    put(field);
     lastWasText_ = false;
     empty_ = false;
+}
+
+ListRecord& ListRecord::operator<<(std::int32_t k) {
+    char f[11];
+    format_list_int(f, k);
+    put_number(std::string_view(f, sizeof f));
     return *this;
 }
 
 ListRecord& ListRecord::operator<<(double x) {
-    put(" ");
     char f[25];
     format_list_real(f, x);
-    put(std::string_view(f, sizeof f));
-    lastWasText_ = false;
-    empty_ = false;
+    put_number(std::string_view(f, sizeof f));
     return *this;
 }
 

@@ -34,6 +34,7 @@ public:
 
 private:
     void put(std::string_view s);
+    void put_number(std::string_view field);
     static constexpr std::size_t kCap = 4096;
     char buf_[kCap];
     std::size_t len_ = 0;

@@ -89,32 +89,34 @@ std::size_t len_trim(std::string_view s) {
     return n;
 }
 
-// The values after the head of "(head,(T7,2(1x,3(1x,1p,e10.3))))": six per
-// record from column 7, two groups of three; each further record starts
-// again at column 7. The head has already been put into rec. get(i) yields
-// the i-th value, i = 0..n-1.
-template <class Get>
-void t7_groups(Record& rec, int n, Get get) {
+// A repeated group of numbers in a format: per record, `groups` groups of
+// `per` items with `gap` blanks before each group and `lead` blanks before
+// each item; a record first moves to column `tab` when it is above 0.
+struct Groups {
+    int tab, groups, gap, per, lead;
+};
+constexpr Groups kI4{0, 2, 3, 5, 0};       // (2(3x,5i4))
+constexpr Groups kE10{0, 2, 1, 3, 1};      // (2(1x,3(1x,1p,e10.3)))
+constexpr Groups kE10AtT7{7, 2, 1, 3, 1};  // (T7,2(1x,3(1x,1p,e10.3)))
+constexpr Groups kE12{0, 1, 0, 5, 1};      // (5(1x,1p,e12.5))
+
+// Items 0..n-1 in records of the layout g, as the format reverts to its
+// group; put(rec, i) writes item i. Whatever rec already holds (a head)
+// goes out with the first record; at least one record is written.
+template <class Put>
+void numbers(Record& rec, int n, const Groups& g, Put put) {
     int i = 0;
-    for (;;) {
-        rec.tab(7);
-        for (int g = 0; g < 2; ++g) {
-            rec.skip(1);
-            for (int j = 0; j < 3; ++j) {
-                if (i >= n) {
-                    rec.emit();
-                    return;
-                }
-                rec.skip(1);
-                rec.put_e(10, 3, get(i++));
+    do {
+        if (g.tab > 0) rec.tab(g.tab);
+        for (int k = 0; k < g.groups && i < n; ++k) {
+            rec.skip(g.gap);
+            for (int j = 0; j < g.per && i < n; ++j) {
+                rec.skip(g.lead);
+                put(rec, i++);
             }
         }
-        if (i >= n) {
-            rec.emit();
-            return;
-        }
         rec.emit();
-    }
+    } while (i < n);
 }
 
 void label_record(std::string_view label) { ListRecord() << label << ListRecord::end; }
@@ -136,33 +138,17 @@ void wriivc(int unit, std::string_view label, const int* iv, int n) {
     if (unit < 1) return;
     label_record(label);
     Record rec;
-    int i = 0;
-    do {
-        for (int g = 0; g < 2 && i < n; ++g) {
-            rec.skip(3);
-            for (int j = 0; j < 5 && i < n; ++j) rec.put_i(4, iv[i++]);
-        }
-        rec.emit();
-    } while (i < n);
+    numbers(rec, n, kI4, [iv](Record& r, int i) { r.put_i(4, iv[i]); });
 }
 
 void wrivec(int unit, std::string_view label, const double* v, int n) {
     if (unit < 1) return;
+    const auto put = [v](Record& r, int i) { r.put_e(10, 3, v[i]); };
     if (len_trim(label) > 6) {
         // ((2(1x,3(1x,1p,e10.3)))): six per record, no column move.
         label_record(label);
         Record rec;
-        int i = 0;
-        do {
-            for (int g = 0; g < 2 && i < n; ++g) {
-                rec.skip(1);
-                for (int j = 0; j < 3 && i < n; ++j) {
-                    rec.skip(1);
-                    rec.put_e(10, 3, v[i++]);
-                }
-            }
-            rec.emit();
-        } while (i < n);
+        numbers(rec, n, kE10, put);
         return;
     }
     // The label's significant part fits in columns 1-6; whatever follows
@@ -171,7 +157,7 @@ void wrivec(int unit, std::string_view label, const double* v, int n) {
     const std::size_t head = label.size() < 6 ? label.size() : 6;
     rec.put(label.data(), static_cast<int>(head));
     rec.pad_to(label.size());
-    t7_groups(rec, n, [v](int i) { return v[i]; });
+    numbers(rec, n, kE10AtT7, put);
 }
 
 // (5(1x,1p,e12.5)): five per record.
@@ -179,14 +165,7 @@ void wrivec5(int unit, std::string_view label, const double* v, int n) {
     if (unit < 1) return;
     label_record(label);
     Record rec;
-    int i = 0;
-    do {
-        for (int j = 0; j < 5 && i < n; ++j) {
-            rec.skip(1);
-            rec.put_e(12, 5, v[i++]);
-        }
-        rec.emit();
-    } while (i < n);
+    numbers(rec, n, kE12, [v](Record& r, int i) { r.put_e(12, 5, v[i]); });
 }
 
 void wrimat(int unit, std::string_view label, const double* A, int LA, int nRow, int nCol) {
@@ -196,8 +175,8 @@ void wrimat(int unit, std::string_view label, const double* A, int LA, int nRow,
         Record rec;
         rec.put_i(4, i);
         const double* row = A + (i - 1);
-        t7_groups(rec, nCol, [row, LA](int j) {
-            return row[static_cast<std::ptrdiff_t>(j) * LA];
+        numbers(rec, nCol, kE10AtT7, [row, LA](Record& r, int j) {
+            r.put_e(10, 3, row[static_cast<std::ptrdiff_t>(j) * LA]);
         });
     }
 }
