@@ -11,7 +11,9 @@
 //     follow the search rules (1 % steps on Ei shrinking by 0.99 at each
 //     turn, 0.5 % steps on K0 shrinking by 0.8, the fine step 0.001 after
 //     100 runs), and the final lines repeat the values written into Props;
-//   - a calibrated set is recognised in one run and left as it is.
+//   - a calibrated set is recognised in one run and left as it is: the
+//     example soil files hold the values task 7 finds, so task 7 on a file
+//     prints "Ei_ref_inter is determined:" after one run of each search.
 //
 // The host paths copy the calibration's laboratory procedure, not its code:
 // axial stress steps of 0.01, lateral stresses brought back to their target
@@ -24,9 +26,11 @@
 // strain-controlled triaxial is checked too, with the tolerance its coarser
 // steps need.
 //
-// Each example soil takes some 30 to 45 s of processor time to calibrate
-// (every run of the search is a full simulated test); the three
-// calibrations run side by side in child processes.
+// The searches start from the file's Ei_ref and K0_nc moved a few per cent
+// away (up for some soils, down for others), so each search takes a handful
+// of runs (every run is a full simulated test) and must come back into the
+// band, close to the file's values. The soils are studied side by side in
+// child processes; the sanitizer build studies one soil only.
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/wait.h>
@@ -39,7 +43,6 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
-#include <fcntl.h>
 #include <functional>
 #include <map>
 #include <sstream>
@@ -58,6 +61,11 @@ using Mat6 = std::array<double, 36>;
 
 constexpr double kDeg = 0.017453292519444445;
 const char* const kSoils[] = {"dense_sand", "loose_sand", "soft_clay"};
+#if TERVAK_SANITIZE_BUILD
+const char* const kStudied[] = {"loose_sand"};
+#else
+const char* const kStudied[] = {"dense_sand", "loose_sand", "soft_clay"};
+#endif
 
 double P(const HostPoint& h, int i) { return h.Props[static_cast<size_t>(i - 1)]; }
 
@@ -72,6 +80,25 @@ HostPoint soil_point(const std::vector<double>& props, int model = 1) {
 
 std::vector<double> soil_props(const std::string& name) {
     return tervak_test::read_soil_file(tervak_test::soil_path(name)).props;
+}
+
+// Start of a study: the soil file with Ei_ref (Props(13)) and K0_nc
+// (Props(10)) moved off the calibrated values, in both directions across
+// the soils.
+std::vector<double> start_props(const std::string& name) {
+    struct Offset {
+        const char* soil;
+        double ei, k0;
+    };
+    static const Offset offsets[] = {
+        {"dense_sand", 0.98, 1.01}, {"loose_sand", 1.02, 0.992}, {"soft_clay", 1.03, 1.005}};
+    auto p = soil_props(name);
+    for (const auto& o : offsets) {
+        if (name != o.soil) continue;
+        p[12] *= o.ei;
+        p[9] *= o.k0;
+    }
+    return p;
 }
 
 // ---------------------------------------------------------------------------
@@ -222,7 +249,8 @@ K0Result k0_path(const std::vector<double>& props) {
     const double ccot = cc / s;
     const double qf = 2 * s / (1 - s) * std::max({P(h, 12) + ccot, ccot + K0, 1.0});
     const double q = std::min(1.0 - K0, qf), qa = qf / P(h, 11);
-    const double S = std::pow(std::max(s * K0 + cc, std::max(1.0, cc)) / (P(h, 9) * s + cc), P(h, 4));
+    const double S =
+        std::pow(std::max(s * K0 + cc, std::max(1.0, cc)) / (P(h, 9) * s + cc), P(h, 4));
     const double gamma = 2 * q / (P(h, 13) * S) * qa / (qa - q) - 2 * q / (S * P(h, 3));
     const double p = (1 + 2 * K0) / 3, alpha = P(h, 14);
     t.h.Sig0 = {-K0, -1.0, -K0, 0, 0, 0};
@@ -397,10 +425,10 @@ Transcript read_transcript(const std::string& text) {
             break;
     }
     const std::pair<const char*, double*> tail[] = {{"Ei_ref_inter", &t.ei},
-                                                     {"beta", &t.beta},
-                                                     {"alfa", &t.alfa},
-                                                     {"xK0_nc_inter", &t.k0},
-                                                     {"Eoed_ref_inter", &t.eoed}};
+                                                    {"beta", &t.beta},
+                                                    {"alfa", &t.alfa},
+                                                    {"xK0_nc_inter", &t.k0},
+                                                    {"Eoed_ref_inter", &t.eoed}};
     for (const auto& [label, out] : tail) {
         if (i >= L.size()) return fail(std::string("final line ") + label);
         *out = labelled_value(L[i], label);
@@ -458,7 +486,7 @@ std::vector<double> replay_k0(double k0, const std::vector<std::pair<int, double
 // One example soil, studied in a child process.
 
 struct Study {
-    std::vector<double> before, after, again;
+    std::vector<double> bundled, before, after, again;
     std::string out, outAgain;
     Findings found;
     int status = -1;
@@ -471,7 +499,7 @@ std::map<std::string, Study>& studies() {
 
 void study_child(const std::string& soil, int res) {
     using clock = std::chrono::steady_clock;
-    const auto before = soil_props(soil);
+    const auto before = start_props(soil);
     // Task 7 through user_mod_, with everything else the host passes marked.
     HostPoint h = soil_point(before);
     h.Sig0 = {1, 2, 3, 4, 5, 6};
@@ -495,11 +523,11 @@ void study_child(const std::string& soil, int res) {
     for (int i = 0; i < 50; ++i) put(res, "P" + std::to_string(i + 1), h.Props[size_t(i)]);
     const std::vector<double> after(h.Props.begin(), h.Props.begin() + 50);
 
-    // The calibrated set once more: one run of each search.
+    // The soil file as it is: calibrated, one run of each search.
     std::printf("----\n");
     std::fflush(stdout);
     const auto t2 = clock::now();
-    const auto again = task7(after);
+    const auto again = task7(soil_props(soil));
     put(res, "wallAgain", std::chrono::duration<double>(clock::now() - t2).count());
     for (int i = 0; i < 50; ++i) put(res, "A" + std::to_string(i + 1), again[size_t(i)]);
 
@@ -508,21 +536,32 @@ void study_child(const std::string& soil, int res) {
     long steps = 0;
     put(res, "eps50", triaxial_strain_at_q50(after, tg.q50, &steps));
     put(res, "txSteps", double(steps));
+    const auto t3 = clock::now();
     put(res, "eps50Strain", triaxial_strain_controlled(after, tg.q50, 1e-5));
-    auto stiffer = after;
-    stiffer[12] *= 1.005;
-    put(res, "eps50Stiffer", triaxial_strain_at_q50(stiffer, tg.q50));
+    put(res, "wallStrain", std::chrono::duration<double>(clock::now() - t3).count());
+    // That the bands are sharp is a property of the procedure: one soil
+    // shows it.
+    const bool sharp = soil == kStudied[0];
+    if (sharp) {
+        auto stiffer = after;
+        stiffer[12] *= 1.005;
+        put(res, "eps50Stiffer", triaxial_strain_at_q50(stiffer, tg.q50));
+    }
     const K0Result k = k0_path(after);
     put(res, "k0Axial", k.epsAxial);
     put(res, "k0X", k.epsX);
     put(res, "k0Z", k.epsZ);
     put(res, "k0Eoed", k.eoed);
     put(res, "k0Steps", double(k.steps));
-    auto higher = after;
-    higher[9] *= 1.001;
-    const K0Result kh = k0_path(higher);
-    put(res, "k0HigherAxial", kh.epsAxial);
-    put(res, "k0HigherX", kh.epsX);
+    if (sharp) {
+        auto higher = after;
+        higher[9] *= 1.001;
+        const K0Result kh = k0_path(higher);
+        put(res, "k0HigherAxial", kh.epsAxial);
+        put(res, "k0HigherX", kh.epsX);
+    }
+    put(res, "wallLab", std::chrono::duration<double>(clock::now() - t3).count());
+    put(res, "done", 1.0);
 }
 
 class Calibration : public ::testing::TestWithParam<const char*> {
@@ -530,13 +569,14 @@ protected:
     static void SetUpTestSuite() {
         if (!studies().empty()) return;
         std::vector<std::pair<std::string, Child>> running;
-        for (const char* soil : kSoils)
+        for (const char* soil : kStudied)
             running.push_back({soil, spawn([soil](int res) { study_child(soil, res); })});
         for (auto& [soil, child] : running) {
             ChildOutput r = collect(child);
             Study st;
             st.status = r.status;
-            st.before = soil_props(soil);
+            st.bundled = soil_props(soil);
+            st.before = start_props(soil);
             st.found = r.found;
             const auto cut = r.out.find("----\n");
             st.out = r.out.substr(0, cut);
@@ -545,20 +585,24 @@ protected:
                 st.after.push_back(r.found["P" + std::to_string(i)]);
                 st.again.push_back(r.found["A" + std::to_string(i)]);
             }
-            std::printf("[ calibration ] %-10s task 7: %.1f s wall, %.1f s cpu; %zu + 1 runs for "
-                        "Ei, %zu + 1 runs for K0; calibrated set again: %.1f s\n",
-                        soil.c_str(), st.found["wall"], st.found["cpu"],
-                        read_transcript(st.out).eiSteps.size(),
-                        read_transcript(st.out).k0Steps.size(), st.found["wallAgain"]);
+            auto& f = r.found;  // printed; missing values read as 0
+            std::printf(
+                "[ calibration ] %-10s task 7: %.1f s wall, %.1f s cpu; %zu + 1 runs for "
+                "Ei, %zu + 1 runs for K0; soil file: %.1f s; host tests: %.1f s "
+                "(strain-controlled %.1f s)\n",
+                soil.c_str(), f["wall"], f["cpu"],
+                read_transcript(st.out).eiSteps.size(), read_transcript(st.out).k0Steps.size(),
+                f["wallAgain"], f["wallLab"], f["wallStrain"]);
             const double eps50 = triaxial_target(soil_point(st.after)).eps50;
-            std::printf("[ calibration ] %-10s Ei %.6g -> %.6g, K0 %.6g -> %.6g; eps at q50 / "
-                        "target: %.6f (strain-controlled %.6f, Ei +0.5 %% %.6f); K0 path "
-                        "eps_x/eps1 %.3g, eps_z/eps1 %.3g (K0 +0.1 %% %.3g)\n",
-                        soil.c_str(), st.before[12], st.after[12], st.before[9], st.after[9],
-                        st.found["eps50"] / eps50, st.found["eps50Strain"] / eps50,
-                        st.found["eps50Stiffer"] / eps50, st.found["k0X"] / st.found["k0Axial"],
-                        st.found["k0Z"] / st.found["k0Axial"],
-                        st.found["k0HigherX"] / st.found["k0HigherAxial"]);
+            std::printf(
+                "[ calibration ] %-10s Ei %.6g -> %.6g, K0 %.6g -> %.6g; eps at q50 / "
+                "target: %.6f (strain-controlled %.6f, Ei +0.5 %% %.6f); K0 path "
+                "eps_x/eps1 %.3g, eps_z/eps1 %.3g (K0 +0.1 %% %.3g)\n",
+                soil.c_str(), st.before[12], st.after[12], st.before[9], st.after[9],
+                f["eps50"] / eps50, f["eps50Strain"] / eps50,
+                f["eps50Stiffer"] / eps50, f["k0X"] / f["k0Axial"],
+                f["k0Z"] / f["k0Axial"],
+                f["k0HigherX"] / f["k0HigherAxial"]);
             studies()[soil] = std::move(st);
         }
     }
@@ -568,7 +612,7 @@ protected:
 TEST_P(Calibration, ChildCompleted) {
     const Study& s = study();
     ASSERT_EQ(s.status, 0);
-    EXPECT_EQ(s.found.count("k0HigherX"), 1u) << "the child ended early";
+    EXPECT_EQ(s.found.count("done"), 1u) << "the child ended early";
 }
 
 TEST_P(Calibration, WritesOnlyPositions10And13) {
@@ -580,7 +624,8 @@ TEST_P(Calibration, WritesOnlyPositions10And13) {
         const double was = i < s.before.size() ? s.before[i] : 0.0;
         EXPECT_EQ(s.after[i], was) << "Props(" << i + 1 << ")";
     }
-    EXPECT_NE(s.after[12], s.before[12]) << "the example soils are not calibrated to start with";
+    EXPECT_NE(s.after[12], s.before[12]) << "the start is off the calibrated Ei";
+    EXPECT_NE(s.after[9], s.before[9]) << "the start is off the calibrated K0";
 }
 
 TEST_P(Calibration, TriaxialWithCalibratedEiReachesHalfTheFailureDeviatorAtTheTargetStrain) {
@@ -593,9 +638,11 @@ TEST_P(Calibration, TriaxialWithCalibratedEiReachesHalfTheFailureDeviatorAtTheTa
     // corner), measured below 1e-8, allowed 1e-6.
     const double ratio = s.found.at("eps50") / tg.eps50;
     EXPECT_LE(std::fabs(ratio - 1.0), 1e-3 + 1e-6) << "eps50 / target = " << ratio;
-    // The band is sharp: 0.5 % more Ei leaves it.
-    const double stiffer = s.found.at("eps50Stiffer") / tg.eps50;
-    EXPECT_LT(stiffer, 1.0 - 1e-3) << stiffer;
+    // The band is sharp: 0.5 % more Ei leaves it (shown on one soil).
+    if (s.found.count("eps50Stiffer")) {
+        const double stiffer = s.found.at("eps50Stiffer") / tg.eps50;
+        EXPECT_LT(stiffer, 1.0 - 1e-3) << stiffer;
+    }
     // A strain-controlled test with steps of 1e-5 and the cell pressure
     // held by Newton iteration, as a finite-element host runs it: the
     // discretisation differs, measured within 1e-4 of the fine path; the
@@ -616,9 +663,11 @@ TEST_P(Calibration, K0PathWithCalibratedK0HasNoLateralStrain) {
     EXPECT_LE(std::fabs(ex), 1.05e-4 * std::fabs(e1)) << "eps_x / eps1 = " << ex / e1;
     EXPECT_LE(std::fabs(ez), 1.05e-4 * std::fabs(e1)) << "eps_z / eps1 = " << ez / e1;
     // The band is sharp: K0 0.1 % higher gives lateral compression well
-    // beyond it.
-    const double higher = s.found.at("k0HigherX") / s.found.at("k0HigherAxial");
-    EXPECT_GT(higher, 2e-4) << higher;
+    // beyond it (shown on one soil).
+    if (s.found.count("k0HigherX")) {
+        const double higher = s.found.at("k0HigherX") / s.found.at("k0HigherAxial");
+        EXPECT_GT(higher, 2e-4) << higher;
+    }
 }
 
 TEST_P(Calibration, PrintedLinesHaveTheirLabelsAndFollowTheSearchRules) {
@@ -626,16 +675,19 @@ TEST_P(Calibration, PrintedLinesHaveTheirLabelsAndFollowTheSearchRules) {
     ASSERT_EQ(s.status, 0);
     const Transcript t = read_transcript(s.out);
     ASSERT_TRUE(t.ok) << t.error << "\n" << s.out;
-    for (size_t i = 0; i < 15; ++i) EXPECT_EQ(t.propsLine[i], s.before[i]) << "Props(" << i + 1 << ")";
+    for (size_t i = 0; i < 15; ++i)
+        EXPECT_EQ(t.propsLine[i], s.before[i]) << "Props(" << i + 1 << ")";
 
     const auto ei = replay_ei(s.before[12], t.eiSteps);
-    for (size_t i = 0; i < ei.size(); ++i) EXPECT_EQ(t.eiSteps[i].second, ei[i]) << "Ei run " << i + 1;
+    for (size_t i = 0; i < ei.size(); ++i)
+        EXPECT_EQ(t.eiSteps[i].second, ei[i]) << "Ei run " << i + 1;
     const double eiEnd = ei.empty() ? s.before[12] : ei.back();
     EXPECT_EQ(t.eiDetermined, eiEnd);
     EXPECT_EQ(s.after[12], eiEnd);
 
     const auto k0 = replay_k0(s.before[9], t.k0Steps);
-    for (size_t i = 0; i < k0.size(); ++i) EXPECT_EQ(t.k0Steps[i].second, k0[i]) << "K0 run " << i + 1;
+    for (size_t i = 0; i < k0.size(); ++i)
+        EXPECT_EQ(t.k0Steps[i].second, k0[i]) << "K0 run " << i + 1;
     EXPECT_EQ(s.after[9], k0.empty() ? s.before[9] : k0.back());
 
     EXPECT_EQ(t.ei, s.after[12]);
@@ -647,7 +699,7 @@ TEST_P(Calibration, PrintedLinesHaveTheirLabelsAndFollowTheSearchRules) {
     EXPECT_NEAR(t.eoed, s.found.at("k0Eoed"), 1e-6 * t.eoed);
 }
 
-TEST_P(Calibration, CalibratedSetIsDeterminedInOneRunAndLeftAsItIs) {
+TEST_P(Calibration, SoilFileIsCalibratedDeterminedInOneRunAndLeftAsItIs) {
     const Study& s = study();
     ASSERT_EQ(s.status, 0);
     const Transcript t = read_transcript(s.outAgain);
@@ -656,11 +708,18 @@ TEST_P(Calibration, CalibratedSetIsDeterminedInOneRunAndLeftAsItIs) {
     EXPECT_TRUE(t.k0Steps.empty());
     const auto L = lines_of(s.outAgain);
     ASSERT_EQ(L.size(), 8u);
-    EXPECT_EQ(labelled_value(L[2], "Ei_ref_inter is determined:"), s.after[12]);
-    for (size_t i = 0; i < 50; ++i) EXPECT_EQ(s.again[i], s.after[i]) << "Props(" << i + 1 << ")";
+    EXPECT_EQ(labelled_value(L[2], "Ei_ref_inter is determined:"), s.bundled[12]);
+    for (size_t i = 0; i < 50; ++i) {
+        const double was = i < s.bundled.size() ? s.bundled[i] : 0.0;
+        EXPECT_EQ(s.again[i], was) << "Props(" << i + 1 << ")";
+    }
+    // The search from the moved start comes back next to the file's values:
+    // the bands are some 0.5 % wide in Ei and 0.1 % in K0.
+    EXPECT_NEAR(s.after[12], s.bundled[12], 5e-3 * s.bundled[12]);
+    EXPECT_NEAR(s.after[9], s.bundled[9], 1e-3 * s.bundled[9]);
 }
 
-INSTANTIATE_TEST_SUITE_P(ExampleSoils, Calibration, ::testing::ValuesIn(kSoils),
+INSTANTIATE_TEST_SUITE_P(ExampleSoils, Calibration, ::testing::ValuesIn(kStudied),
                          [](const ::testing::TestParamInfo<const char*>& i) {
                              return std::string(i.param);
                          });
@@ -719,9 +778,12 @@ TEST(CalibrationTask, AfterHundredRunsTheEiStepDropsToTheFineStep) {
     std::vector<std::pair<int, double>> steps;
     for (size_t i = 2; i < L.size(); ++i) {
         double v;
-        if (!std::isnan(v = labelled_value(L[i], "increase Ei_ref_inter to"))) steps.push_back({+1, v});
-        else if (!std::isnan(v = labelled_value(L[i], "reduce Ei_ref_inter to"))) steps.push_back({-1, v});
-        else break;
+        if (!std::isnan(v = labelled_value(L[i], "increase Ei_ref_inter to")))
+            steps.push_back({+1, v});
+        else if (!std::isnan(v = labelled_value(L[i], "reduce Ei_ref_inter to")))
+            steps.push_back({-1, v});
+        else
+            break;
     }
     ASSERT_GT(steps.size(), 101u) << "the set no longer needs more than 100 runs";
     // Runs 1 to 100 step by 1 % (all increases here), run 101 by the fine step.

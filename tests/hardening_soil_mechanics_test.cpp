@@ -267,8 +267,14 @@ TEST(SoilFiles, ReadableAndConsistent) {
         EXPECT_FALSE(f.title.empty());
         ASSERT_EQ(f.props.size(), 16u);
         const double phi = f.props[5], Rf = f.props[10];
-        EXPECT_NEAR(f.props[9], 1 - std::sin(phi * kDeg), 1e-3);               // K0nc
-        EXPECT_NEAR(f.props[12], 2 * f.props[0] / (2 - Rf), 1e-3 * f.props[0]);  // Ei_ref
+        // K0nc and Ei_ref are the values task 7 finds (calibration_test runs
+        // task 7 on the files); here only their range: K0nc within 0.1 of
+        // 1 - sin(phi), Ei_ref stiffer than 2 E50_ref / (2 - Rf) (the edge
+        // return softens the hyperbola) but within a factor of 2.2 of it.
+        EXPECT_NEAR(f.props[9], 1 - std::sin(phi * kDeg), 0.1);  // K0nc
+        const double eiHyperbola = 2 * f.props[0] / (2 - Rf);
+        EXPECT_GT(f.props[12], eiHyperbola);        // Ei_ref
+        EXPECT_LT(f.props[12], 2.2 * eiHyperbola);
         EXPECT_GT(f.props[2], f.props[0]);  // Eur_ref above E50_ref
         EXPECT_GT(phi, f.props[6]);         // dilatancy below friction
     }
