@@ -267,9 +267,7 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
         const double Gt =
             (Gs_cut * gamma_alfa_ur + (gamma_oct_DR - gamma_alfa_ur) * G_ur_p) / gamma_oct_DR;
         Gsec = Gt;
-        // The step advances along the straight part of the curve, whose
-        // slope is the stress-scaled unloading-reloading modulus.
-        G = G_ur_p;
+        G = Gt;  // beyond the cut-off the step applies Gt and the tangent bulk modulus
         K = xKt;
         wrival(io, "Gt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", Gt);
         wrival(io, "xKt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", K);
