@@ -170,7 +170,10 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     const bool newCycle = cosine < threshold && cos_H < threshold && gamma_oct_DR > 1e-08;
     if (newCycle) {
         message(io, "SE INICIA NUEVO CICLO");
-        const double branch = modul(rel_old.data());
+        // The branch length is stored a relative 1e-9 short, so that a path
+        // that comes back exactly to the reversal closes its cycle whatever
+        // the rounding of the accumulated strains.
+        const double branch = modul(rel_old.data()) * (1.0 - 1e-9);
         const Vec6 ee = deviatoric(at(sv0, m2::sv::eps_el));
         if (!var.guardedMemory || branch > 1e-10)
             push_level(var, sv, h, gamma_alfa_ur, branch, modul(ee.data()));
