@@ -397,6 +397,71 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     return st;
 }
 
+namespace {
+
+// The closure test of level i against the distance travelled since the
+// reversal: the running branch has come back the length of the branch
+// R_i -> R_(i+1), tested for the innermost stored pair.
+bool closes(const Variant& var, double* sv, int i, int n, double gamma_oct_DR_new) {
+    const double Delta = kOct * (xE_M(sv, i) - xE_M(sv, i + 1));
+    bool c = -Delta <= gamma_oct_DR_new && std::abs(Delta) <= std::abs(gamma_oct_DR_new) &&
+             std::abs(xE_M(sv, i + 1)) > 1e-10 && i + 1 == n;
+    if (var.guardedMemory) c = c && std::abs(xE_M(sv, i)) > 1e-10;
+    return c;
+}
+
+// A closed cycle at level i: the point is back at reversal i and continues
+// on the branch that reached it. The history takes the amplitude it had
+// there, the reversal strain moves back to that branch's origin, both
+// levels of the cycle pop. Returns the new distance from the reversal.
+double close_cycle(const Variant& var, const Stiffness& st, double* sv, int i, const Vec6& e_new,
+                   const Vec6& rel) {
+    State S{sv};
+    const double below = i > 1 ? xE_M(sv, i - 1) : 0.0;
+    const double L_prev = xE_M(sv, i) - below;
+    const double L_cycle = xE_M(sv, i + 1) - xE_M(sv, i);
+    const double nr = modul(rel.data());
+    const double target = L_prev + std::max(nr - L_cycle, 0.0);
+
+    Vec6 H = load6(sv, m2::sv::H);
+    const double hH = modul(H.data());
+    bool scaleH = hH > 1e-10;
+    if (var.guardedMemory) scaleH = scaleH && xH_M(sv, i) > 1e-10;
+    if (scaleH) {
+        const double f = var.guardedMemory ? xH_M(sv, i) / (hH + 1e-10) : xH_M(sv, i) / hH;
+        mulvec(H.data(), f, 6);
+    } else {
+        mzeror(H.data(), 6);
+    }
+    store6(sv, m2::sv::H, H);
+    S(m2::sv::gamma_oct_H) = std::min(kOct * modul(H.data()), st.gamma_alfa_ur);
+
+    bool scaleR = nr > 1e-10;
+    if (var.guardedMemory) scaleR = scaleR && target > 1e-10;
+    Vec6 eR1 = e_new;
+    Vec6 eR2;  // zero when no reversal lies before the restored origin
+    if (scaleR) {
+        const double f = var.guardedMemory ? target / (nr + 1e-10) : target / nr;
+        eR1 = combine(e_new, rel, 1.0, -f);
+        if (i > 1) {
+            const double below2 = i > 2 ? xE_M(sv, i - 2) : 0.0;
+            const double L_before = xE_M(sv, i - 1) - below2;
+            eR2 = combine(eR1, rel, 1.0, L_before / nr);
+        }
+    }
+    store6(sv, m2::sv::eR1, eR1);
+    store6(sv, m2::sv::eR2, eR2);
+
+    for (int k = i; k <= i + 1; ++k) {
+        xH_M(sv, k) = 0.0;
+        xE_M(sv, k) = 0.0;
+        xE_e_M(sv, k) = 0.0;
+    }
+    return kOct * modul(combine(e_new, eR1, 1.0, -1.0).data());
+}
+
+}  // namespace
+
 void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
     const Variant& var = *pt.var;
     const int io = pt.io;
@@ -410,62 +475,14 @@ void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
         int n = 0;  // stored levels, counted from the first
         while (n < m2::sv::nLevels && !(std::abs(xH_M(sv, n + 1)) < 1e-10)) ++n;
         for (int i = 1; i < m2::sv::nLevels; ++i) {
-            const double Delta = kOct * (xE_M(sv, i) - xE_M(sv, i + 1));
-            bool closes = -Delta <= gamma_oct_DR_new &&
-                          std::abs(Delta) <= std::abs(gamma_oct_DR_new) &&
-                          std::abs(xE_M(sv, i + 1)) > 1e-10 && i + 1 == n;
-            if (var.guardedMemory) closes = closes && std::abs(xE_M(sv, i)) > 1e-10;
-            if (!closes) {
+            if (!closes(var, sv, i, n, gamma_oct_DR_new)) {
                 if (i <= 2) message(io, "NO TIENE LUGAR UN CIERRE DE CICLO DE xE_M(i) con i<=2");
                 continue;
             }
             message(io,
                     "TIENE LUGAR UN CIERRE DE CICLO. (xE_M(i-1)>gamma_oct_DR_new>xE_M(i), "
                     "con xE_M(i)>1d-10)");
-            // The point is back at reversal i and continues on the branch
-            // that reached it: the history takes the amplitude it had there,
-            // the reversal strain moves back to that branch's origin.
-            const double below = i > 1 ? xE_M(sv, i - 1) : 0.0;
-            const double L_prev = xE_M(sv, i) - below;
-            const double L_cycle = xE_M(sv, i + 1) - xE_M(sv, i);
-            const double nr = modul(rel.data());
-            const double target = L_prev + std::max(nr - L_cycle, 0.0);
-
-            Vec6 H = load6(sv, m2::sv::H);
-            const double hH = modul(H.data());
-            bool scaleH = hH > 1e-10;
-            if (var.guardedMemory) scaleH = scaleH && xH_M(sv, i) > 1e-10;
-            if (scaleH) {
-                const double f = var.guardedMemory ? xH_M(sv, i) / (hH + 1e-10) : xH_M(sv, i) / hH;
-                mulvec(H.data(), f, 6);
-            } else {
-                mzeror(H.data(), 6);
-            }
-            store6(sv, m2::sv::H, H);
-            S(m2::sv::gamma_oct_H) = std::min(kOct * modul(H.data()), st.gamma_alfa_ur);
-
-            bool scaleR = nr > 1e-10;
-            if (var.guardedMemory) scaleR = scaleR && target > 1e-10;
-            Vec6 eR1 = e_new;
-            Vec6 eR2;  // zero when no reversal lies before the restored origin
-            if (scaleR) {
-                const double f = var.guardedMemory ? target / (nr + 1e-10) : target / nr;
-                eR1 = combine(e_new, rel, 1.0, -f);
-                if (i > 1) {
-                    const double below2 = i > 2 ? xE_M(sv, i - 2) : 0.0;
-                    const double L_before = xE_M(sv, i - 1) - below2;
-                    eR2 = combine(eR1, rel, 1.0, L_before / nr);
-                }
-            }
-            store6(sv, m2::sv::eR1, eR1);
-            store6(sv, m2::sv::eR2, eR2);
-
-            for (int k = i; k <= i + 1; ++k) {
-                xH_M(sv, k) = 0.0;
-                xE_M(sv, k) = 0.0;
-                xE_e_M(sv, k) = 0.0;
-            }
-            gamma_oct_DR_new = kOct * modul(combine(e_new, eR1, 1.0, -1.0).data());
+            gamma_oct_DR_new = close_cycle(var, st, sv, i, e_new, rel);
             break;
         }
     }
