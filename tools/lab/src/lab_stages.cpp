@@ -56,10 +56,13 @@ StagePlan oedometric(const std::string& name, int steps, bool undrained, double 
 
 // A triaxial stage: the lateral stresses keep their value through one
 // shared strain unknown; the axial component is set by the anchor.
-StagePlan triaxial(const std::string& name, int steps, bool undrained) {
+// Until it is resolved at the start of the stage, a strain target counts
+// from zero strain.
+StagePlan triaxial(const std::string& name, int steps, bool undrained, Anchor an = Anchor::None, double target = 0) {
     StagePlan s = blank_stage(name, steps, undrained);
     fix_shear(s);
     s.ties.push_back({0, 2});
+    if (an == Anchor::ShearStrain) s.comp[1] = ComponentPath{Control::Strain, false, -target};
     return s;
 }
 
@@ -115,7 +118,7 @@ void triaxial_cycles(const toml::table& t, const Where& w, LabTest& test, bool u
     if (spc % 4 != 0) fail(wc.at("steps_per_cycle") + " must be a multiple of 4");
     Anchor an = ea ? Anchor::ShearStrain : Anchor::Deviator;
     auto stage = [&](const std::string& n, int steps, double target, int cycle) {
-        push(test, triaxial(n, steps, undrained), {"", "cycle", amp, cycle, an, target});
+        push(test, triaxial(n, steps, undrained, an, target), {"", "cycle", amp, cycle, an, target});
     };
     stage("cyc_start", spc / 4, mean + amp, 0);
     for (int k = 1; k <= cycles; ++k) {
@@ -141,13 +144,13 @@ void triaxial_shear(const toml::table& t, const Where& w, LabTest& test, bool un
             fail(w.at("unload_reload", t.get("unload_reload")) + " must rise and stay below 'axial_strain'");
         int n = std::max(1, static_cast<int>(steps * (at[k] - done) / ea + 0.5));
         std::string tag = std::to_string(k + 1);
-        push(test, triaxial("shear" + tag, n, undrained), {"", "shear", 0, 0, Anchor::ShearStrain, sign * at[k]});
+        push(test, triaxial("shear" + tag, n, undrained, Anchor::ShearStrain, sign * at[k]), {"", "shear", 0, 0, Anchor::ShearStrain, sign * at[k]});
         push(test, triaxial("unload" + tag, ur_steps, undrained), {"", "unload", 0, 0, Anchor::Deviator, q_ur});
-        push(test, triaxial("reload" + tag, ur_steps, undrained), {"", "reload", 0, 0, Anchor::ShearStrain, sign * at[k]});
+        push(test, triaxial("reload" + tag, ur_steps, undrained, Anchor::ShearStrain, sign * at[k]), {"", "reload", 0, 0, Anchor::ShearStrain, sign * at[k]});
         done = at[k];
     }
     int n = std::max(1, static_cast<int>(steps * (ea - done) / ea + 0.5));
-    push(test, triaxial(at.empty() ? "shear" : "shear_end", n, undrained), {"", "shear", 0, 0, Anchor::ShearStrain, sign * ea});
+    push(test, triaxial(at.empty() ? "shear" : "shear_end", n, undrained, Anchor::ShearStrain, sign * ea), {"", "shear", 0, 0, Anchor::ShearStrain, sign * ea});
 }
 
 void triaxial_stages(const toml::table& t, const Where& w, LabTest& test, bool undrained) {
