@@ -364,7 +364,7 @@ def overlay(group, out):
     """Tests of one file and type drawn together (first panels only)."""
     kind = group[0][0].get("type")
     if kind not in ("triaxial", "oedometer", "isotropic"):
-        return
+        return False
     u = units_of(group[0][0])
     if kind == "triaxial":
         # Volumetric strain and pore pressure have different units: own axes.
@@ -400,6 +400,7 @@ def overlay(group, out):
     fig.tight_layout()
     fig.savefig(out, dpi=110)
     plt.close(fig)
+    return True
 
 
 def load(path):
@@ -449,8 +450,8 @@ def main(argv):
         if len(group) >= 2:
             out = os.path.join(folder, "%s_%s.png" % (stem, kind))
             try:
-                overlay(group, out)
-                written.append(out)
+                if overlay(group, out):
+                    written.append(out)
             except (ValueError, KeyError) as e:
                 sys.stderr.write("plot.py: %s: %s\n" % (out, e))
                 status = 1

@@ -24,6 +24,17 @@ img { max-width: 100%; border: 1px solid #ddd; }
 """
 
 
+# After loading, the page records how many of its figures a browser could
+# draw (data-figures on <body>), so that a headless browser can check it.
+CHECK = """
+window.addEventListener("load", function () {
+  var imgs = document.images, ok = 0;
+  for (var i = 0; i < imgs.length; i++) if (imgs[i].complete && imgs[i].naturalWidth > 0) ok++;
+  document.body.setAttribute("data-figures", ok + " of " + imgs.length + " loaded");
+});
+"""
+
+
 def esc(x):
     return html.escape(str(x), quote=True)
 
@@ -94,6 +105,7 @@ def write_report(folder, metas, overlays):
             "<h2>Warnings</h2>", warnings_list(metas),
             "<h2>Parameters</h2>", parameter_table(metas),
             "<h2>Figures</h2>", figures(metas, folder, overlays),
+            "<script>%s</script>" % CHECK,
             "</body></html>"]
     path = os.path.join(folder, "index.html")
     with open(path, "w", encoding="utf-8") as f:

@@ -71,8 +71,8 @@ void apply_named(const toml::table& params, const ParamContext& pc, const Where&
     if (pc.meta.empty())
         fail(w.head() + ": parameters by name need a library that describes its parameters; '" +
              pc.lib->path() + "' does not, so give a 'props' list");
-    for (auto&& [k, v] : params) {
-        d.run([&] {
+    for (auto&& kv : params) {
+        d.run([&, &k = kv.first, &v = kv.second] {
             std::string key(k.str());
             int pos = param_position(pc, key);
             if (pos < 0) {
