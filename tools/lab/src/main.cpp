@@ -184,6 +184,30 @@ std::string last_row(const std::string& csv, long* steps) {
            std::to_string(inc) + ")";
 }
 
+void write_all(int fd, const std::string& s) {
+    const char* p = s.data();
+    size_t left = s.size();
+    while (left > 0) {
+        ssize_t w = write(fd, p, left);
+        if (w < 0 && errno == EINTR) continue;
+        if (w <= 0) break;
+        p += w;
+        left -= static_cast<size_t>(w);
+    }
+}
+
+std::string read_all(int fd) {
+    std::string text;
+    char buf[4096];
+    while (true) {
+        ssize_t n = read(fd, buf, sizeof buf);
+        if (n < 0 && errno == EINTR) continue;
+        if (n <= 0) break;
+        text.append(buf, static_cast<size_t>(n));
+    }
+    return text;
+}
+
 TestResult run_isolated(const ModelLibrary& lib, const TestFile& tf, const LabTest& t, const RunOptions& opt) {
     int fds[2];
     if (pipe(fds) != 0) return run_test(lib, tf, t, opt);
@@ -198,29 +222,12 @@ TestResult run_isolated(const ModelLibrary& lib, const TestFile& tf, const LabTe
     }
     if (pid == 0) {
         close(fds[0]);
-        TestResult r = run_test(lib, tf, t, opt);
-        std::string s = serialize(r);
-        const char* p = s.data();
-        size_t left = s.size();
-        while (left > 0) {
-            ssize_t w = write(fds[1], p, left);
-            if (w < 0 && errno == EINTR) continue;
-            if (w <= 0) break;
-            p += w;
-            left -= static_cast<size_t>(w);
-        }
+        write_all(fds[1], serialize(run_test(lib, tf, t, opt)));
         std::fflush(stdout);
         _exit(0);
     }
     close(fds[1]);
-    std::string text;
-    char buf[4096];
-    while (true) {
-        ssize_t n = read(fds[0], buf, sizeof buf);
-        if (n < 0 && errno == EINTR) continue;
-        if (n <= 0) break;
-        text.append(buf, static_cast<size_t>(n));
-    }
+    std::string text = read_all(fds[0]);
     close(fds[0]);
     int st = 0;
     while (waitpid(pid, &st, 0) < 0 && errno == EINTR) {

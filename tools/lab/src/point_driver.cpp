@@ -145,31 +145,7 @@ void PointDriver::initialize(const Vec6& sig0, double pw0, const std::vector<dou
     state_.pw = pw0;
     state_.eps.fill(0.0);
     state_.sv.clear();
-
-    // Tasks 4 and 5, once.
-    {
-        int32_t id = 4, im = model_, iu = 0, is = 0, it = 0, iel = host_.element, ip = host_.point;
-        int32_t nstat = 0, nonsym = 0, strsdep = 0, timedep = 0, tangent = 0;
-        double time0 = 0, a8 = 0, a9 = 0, a10 = 0, a12 = 0, a29 = 0, a30 = 0, a31 = 0, p0 = 0, p = 0, bw = 0;
-        double sv0b[1] = {0}, svb[1] = {0};
-        Vec6 s0 = sig0, s{}, de{};
-        Mat6 DD{};
-        fn_(&id, &im, &iu, &is, &it, &iel, &ip, &a8, &a9, &a10, &time0, &a12, props_.data(),
-            s0.data(), &p0, sv0b, de.data(), DD.data(), &bw, s.data(), &p, svb, &iplast, &nstat,
-            &nonsym, &strsdep, &timedep, &tangent, &a29, &a30, &a31);
-        if (nstat < 0 || nstat > 100000)
-            throw LabError("model " + std::to_string(model_) + " asks for " + std::to_string(nstat) +
-                           " state variables (task 4)");
-        attr_.nstat = nstat;
-        id = 5;
-        fn_(&id, &im, &iu, &is, &it, &iel, &ip, &a8, &a9, &a10, &time0, &a12, props_.data(),
-            s0.data(), &p0, sv0b, de.data(), DD.data(), &bw, s.data(), &p, svb, &iplast, &nstat,
-            &nonsym, &strsdep, &timedep, &tangent, &a29, &a30, &a31);
-        attr_.nonsym = nonsym;
-        attr_.strsdep = strsdep;
-        attr_.timedep = timedep;
-        attr_.tangent = tangent;
-    }
+    read_attributes(sig0);
     if (sv0.size() > static_cast<size_t>(attr_.nstat))
         throw LabError("initial state variables: " + std::to_string(sv0.size()) + " values given but model " +
                        std::to_string(model_) + " has " + std::to_string(attr_.nstat));
@@ -201,6 +177,35 @@ void PointDriver::initialize(const Vec6& sig0, double pw0, const std::vector<dou
                            std::to_string(i + 1) + " to a non-finite value (task 1)");
     initialized_ = true;
     time_ = 0.0;
+}
+
+// Tasks 4 and 5, once: the number of state variables and the matrix
+// attributes.
+void PointDriver::read_attributes(const Vec6& sig0) {
+    int32_t iplast = 0;
+    {
+        int32_t id = 4, im = model_, iu = 0, is = 0, it = 0, iel = host_.element, ip = host_.point;
+        int32_t nstat = 0, nonsym = 0, strsdep = 0, timedep = 0, tangent = 0;
+        double time0 = 0, a8 = 0, a9 = 0, a10 = 0, a12 = 0, a29 = 0, a30 = 0, a31 = 0, p0 = 0, p = 0, bw = 0;
+        double sv0b[1] = {0}, svb[1] = {0};
+        Vec6 s0 = sig0, s{}, de{};
+        Mat6 DD{};
+        fn_(&id, &im, &iu, &is, &it, &iel, &ip, &a8, &a9, &a10, &time0, &a12, props_.data(),
+            s0.data(), &p0, sv0b, de.data(), DD.data(), &bw, s.data(), &p, svb, &iplast, &nstat,
+            &nonsym, &strsdep, &timedep, &tangent, &a29, &a30, &a31);
+        if (nstat < 0 || nstat > 100000)
+            throw LabError("model " + std::to_string(model_) + " asks for " + std::to_string(nstat) +
+                           " state variables (task 4)");
+        attr_.nstat = nstat;
+        id = 5;
+        fn_(&id, &im, &iu, &is, &it, &iel, &ip, &a8, &a9, &a10, &time0, &a12, props_.data(),
+            s0.data(), &p0, sv0b, de.data(), DD.data(), &bw, s.data(), &p, svb, &iplast, &nstat,
+            &nonsym, &strsdep, &timedep, &tangent, &a29, &a30, &a31);
+        attr_.nonsym = nonsym;
+        attr_.strsdep = strsdep;
+        attr_.timedep = timedep;
+        attr_.tangent = tangent;
+    }
 }
 
 // The unknowns of an increment: one strain per group of stress-controlled
@@ -408,41 +413,73 @@ bool PointDriver::solve_increment(const std::array<Control, 6>& ctl, const Vec6&
     return false;
 }
 
-void PointDriver::run_stage(const StagePlan& stage, int stage_number, const Callback& cb) {
-    if (!initialized_) throw LabError("the point is not initialised (task 1 not run)");
-    const std::string label = "stage " + std::to_string(stage_number) +
-                              (stage.name.empty() ? "" : " '" + stage.name + "'");
-    if (stage.steps < 1) throw LabError(label + ": steps must be at least 1");
+namespace {
 
+// Controls, start and end values of a stage, and its unknowns: tied
+// groups first, every other stress-controlled component alone.
+struct StagePath {
     std::array<Control, 6> ctl{};
     Vec6 start{}, end{};
+    std::vector<std::vector<int>> groups;
+};
+
+StagePath stage_path(const StagePlan& stage, const PointState& st, const std::string& label) {
+    StagePath sp;
     for (int i = 0; i < 6; ++i) {
         const ComponentPath& c = stage.comp[i];
-        ctl[i] = c.control;
+        sp.ctl[i] = c.control;
         if (!std::isfinite(c.value))
             throw LabError(label + ": value of component " + kComponentNames[i] + " is not finite");
-        start[i] = c.control == Control::Strain ? state_.eps[i]
-                                                : state_.sig[i] + (is_normal(i) ? state_.pw : 0.0);
-        end[i] = c.relative ? start[i] + c.value : c.value;
+        sp.start[i] = c.control == Control::Strain ? st.eps[i] : st.sig[i] + (is_normal(i) ? st.pw : 0.0);
+        sp.end[i] = c.relative ? sp.start[i] + c.value : c.value;
     }
-    // Unknowns: tied groups first, every other stress component alone.
-    std::vector<std::vector<int>> groups;
     std::array<bool, 6> used{};
     for (const auto& tie : stage.ties) {
         std::vector<int> g;
         for (int i : tie) {
             if (i < 0 || i > 5) throw LabError(label + ": tied component out of range");
-            if (ctl[i] != Control::Stress)
+            if (sp.ctl[i] != Control::Stress)
                 throw LabError(label + ": tied component " + kComponentNames[i] + " must be stress-controlled");
             if (used[i]) throw LabError(label + ": component " + std::string(kComponentNames[i]) + " is tied twice");
             used[i] = true;
             g.push_back(i);
         }
-        if (!g.empty()) groups.push_back(g);
+        if (!g.empty()) sp.groups.push_back(g);
     }
     for (int i = 0; i < 6; ++i)
-        if (ctl[i] == Control::Stress && !used[i]) groups.push_back({i});
+        if (sp.ctl[i] == Control::Stress && !used[i]) sp.groups.push_back({i});
+    return sp;
+}
 
+}  // namespace
+
+void PointDriver::commit(const Trial& t, const StagePlan& stage, int stage_number, int j, double lam, int cuts,
+                         const Callback& cb) {
+    for (int i = 0; i < 6; ++i) state_.eps[i] += t.deps[i];
+    state_.sig = t.sig;
+    state_.pw = t.pw;
+    state_.sv = t.sv;
+    ++increments_;
+    time_ = (stage_number - 1) + lam;
+    IncrementRecord rec;
+    rec.stage = stage_number;
+    rec.increment = j;
+    rec.increments = stage.steps;
+    rec.step = increments_;
+    rec.fraction = lam;
+    rec.iplast = t.iplast;
+    rec.iterations = t.iterations;
+    rec.cuts = cuts;
+    rec.undrained = stage.undrained;
+    if (cb) cb(rec, state_);
+}
+
+void PointDriver::run_stage(const StagePlan& stage, int stage_number, const Callback& cb) {
+    if (!initialized_) throw LabError("the point is not initialised (task 1 not run)");
+    const std::string label = "stage " + std::to_string(stage_number) +
+                              (stage.name.empty() ? "" : " '" + stage.name + "'");
+    if (stage.steps < 1) throw LabError(label + ": steps must be at least 1");
+    const StagePath sp = stage_path(stage, state_, label);
     const int N = stage.steps;
     int j = 1;             // grid increment being worked on
     double lam = 0.0;      // fraction of the stage done
@@ -453,42 +490,21 @@ void PointDriver::run_stage(const StagePlan& stage, int stage_number, const Call
         double lam_try = lam + h0 / static_cast<double>(1L << cuts);
         if (lam_try >= goal - 1e-12 * h0) lam_try = goal;
         Vec6 target;
-        for (int i = 0; i < 6; ++i) target[i] = start[i] + lam_try * (end[i] - start[i]);
-        if (j == N && lam_try == goal) target = end;
+        for (int i = 0; i < 6; ++i) target[i] = sp.start[i] + lam_try * (sp.end[i] - sp.start[i]);
+        if (j == N && lam_try == goal) target = sp.end;
         Trial t;
         std::string why;
-        if (solve_increment(ctl, target, groups, stage.undrained, increments_ + 1, t, why)) {
-            for (int i = 0; i < 6; ++i) state_.eps[i] += t.deps[i];
-            state_.sig = t.sig;
-            state_.pw = t.pw;
-            state_.sv = t.sv;
+        if (solve_increment(sp.ctl, target, sp.groups, stage.undrained, increments_ + 1, t, why)) {
             lam = lam_try;
-            ++increments_;
-            time_ = (stage_number - 1) + lam;
-            IncrementRecord rec;
-            rec.stage = stage_number;
-            rec.increment = j;
-            rec.increments = N;
-            rec.step = increments_;
-            rec.fraction = lam;
-            rec.iplast = t.iplast;
-            rec.iterations = t.iterations;
-            rec.cuts = cuts;
-            rec.undrained = stage.undrained;
-            if (cb) cb(rec, state_);
+            commit(t, stage, stage_number, j, lam, cuts, cb);
             if (lam == goal) ++j;
-            if (cuts > 0 && ++good >= 2) {
-                --cuts;
-                good = 0;
-            }
+            if (cuts > 0 && ++good >= 2) --cuts, good = 0;
         } else {
             good = 0;
-            if (++cuts > solver_.max_cuts) {
-                throw IncrementFailure(label + ", increment " + std::to_string(j) + " of " +
-                                           std::to_string(N) + ": " + why + " after " +
-                                           std::to_string(solver_.max_cuts) + " cuts of the increment",
+            if (++cuts > solver_.max_cuts)
+                throw IncrementFailure(label + ", increment " + std::to_string(j) + " of " + std::to_string(N) + ": " +
+                                           why + " after " + std::to_string(solver_.max_cuts) + " cuts of the increment",
                                        stage_number, j);
-            }
         }
     }
 }

@@ -130,6 +130,9 @@ private:
         int iterations = 0;
         Vec6 deps{};
     };
+    void read_attributes(const Vec6& sig0);
+    void commit(const Trial& t, const StagePlan& stage, int stage_number, int j, double lam, int cuts,
+                const Callback& cb);
     bool predict(const Unknowns& u, const std::vector<double>& J0, const Mat6& D, double bulkw,
                  bool undrained, Vec6& deps) const;
     bool answer(const Vec6& deps, bool undrained, long step, int it, const Mat6& D, double bulkw, Trial& t,
