@@ -56,17 +56,19 @@ def summary_table(metas):
 
 
 def parameter_table(metas):
-    """Parameters per file (tests of a file share them unless overridden)."""
+    """Parameters per file; a test that overrides them gets its own table."""
     out = []
-    seen = set()
+    first = {}
     for m in metas:
         params = m.get("parameters") or []
-        key = (m.get("file"), tuple(tuple(p) for p in params))
-        if key in seen or not params:
+        f = m.get("file")
+        if not params or first.get(f) == params:
             continue
-        seen.add(key)
-        out.append("<h3>%s (model %s)%s</h3>" % (esc(m.get("soil") or m.get("title") or m.get("file")), esc(m.get("model")),
-                                                 "" if len(seen) == 1 else " - " + esc(m.get("test", ""))))
+        title = "%s (model %s), %s" % (m.get("soil") or m.get("title") or "", m.get("model"), os.path.basename(f or ""))
+        if f in first:
+            title += ", test " + m.get("test", "")
+        first.setdefault(f, params)
+        out.append("<h3>%s</h3>" % esc(title))
         out.append("<table><tr><th>#</th><th>name</th><th>value</th></tr>")
         for i, (name, value) in enumerate(params, start=1):
             out.append('<tr><td>%d</td><td>%s</td><td class="num">%s</td></tr>' % (i, esc(name), fmt(value)))

@@ -94,7 +94,7 @@ bool reaches_failure(const Span& s, size_t ip, double e_half) {
 // Peak, E50 (only when the stretch fails; otherwise E_sec50, the secant to
 // half the largest deviator reached), s_u and pore pressures.
 void shear_values(const Span& s, bool compression, bool undrained, const std::string& U, Items& out,
-                  std::vector<std::string>* warnings, const std::string& what) {
+                  std::vector<std::string>* warnings) {
     if (s.empty()) return;
     size_t ip = peak_index(s, compression);
     const ResultRow& pk = *s.rows[ip];
@@ -108,7 +108,7 @@ void shear_values(const Span& s, bool compression, bool undrained, const std::st
         add(out, "E50", e_half, U);
     } else {
         add(out, "E_sec50", e_half, U);
-        if (warnings) warnings->push_back(what + ": E50 not reached (no failure); E_sec50 is the secant to half the largest deviator");
+        if (warnings) warnings->push_back("E50 not reached (no failure); E_sec50 is the secant to half the largest deviator");
     }
     if (undrained) {
         add(out, "s_u", 0.5 * std::fabs(qa(pk)), U);
@@ -153,7 +153,7 @@ void triaxial_summary(const LabTest& test, TestResult& r) {
     bool undrained = false;
     for (size_t k = 0; k < test.stages.size(); ++k)
         undrained = undrained || (test.info[k].role != "consolidation" && test.stages[k].undrained);
-    shear_values(s, compression_test(test), undrained, r.units, r.summary, &r.warnings, "test");
+    shear_values(s, compression_test(test), undrained, r.units, r.summary, &r.warnings);
     secant_G(test, s, true, r.units, r.summary);
 }
 
@@ -272,7 +272,7 @@ Items stage_values(const LabTest& test, const TestResult& r, size_t k) {
     if (std::isfinite(b.e)) add(out, "e_end", b.e, "-");
     if (role == "consolidation" && b.sig[1] != 0.0) add(out, "K_end", 0.5 * (b.sig[0] + b.sig[2]) / b.sig[1], "-");
     if (test.kind == TestKind::Triaxial && role == "shear")
-        shear_values(s, test.info[k].target > 0, test.stages[k].undrained, U, out, nullptr, "");
+        shear_values(s, test.info[k].target > 0, test.stages[k].undrained, U, out, nullptr);
     if (test.kind == TestKind::Triaxial && (role == "unload" || role == "reload") && b.eps[1] != a.eps[1])
         add(out, "E_ur", (qa(b) - qa(a)) / (b.eps[1] - a.eps[1]), U);
     return out;
@@ -293,12 +293,7 @@ void summarize(const LabTest& test, TestResult& r) {
         case TestKind::General: general_summary(test, r); break;
     }
     if (std::isfinite(r.rows.back().e)) add(r.summary, "e_end", r.rows.back().e, "-");
-    for (size_t k = 0; k < test.stages.size(); ++k) {
-        r.stage_summary.push_back(stage_values(test, r, k));
-        for (const auto& it : r.stage_summary.back())
-            if (it.key == "E_sec50")
-                r.warnings.push_back("stage '" + test.info[k].name + "': E50 not reached (no failure)");
-    }
+    for (size_t k = 0; k < test.stages.size(); ++k) r.stage_summary.push_back(stage_values(test, r, k));
 }
 
 StagePlan resolve_stage(const StagePlan& plan, const StageInfo& info, const PointState& st, const Vec6& shear_start) {
