@@ -260,7 +260,7 @@ void drive(const ModelLibrary& lib, const TestFile& file, const LabTest& test, s
 
 }  // namespace
 
-TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest& test, const RunOptions& opt) {
+TestResult blank_result(const TestFile& file, const LabTest& test) {
     TestResult r;
     r.file_stem = file.stem;
     r.test_name = test.name;
@@ -269,6 +269,11 @@ TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest
     r.title = file.title;
     r.units = file.units;
     r.model = test.model;
+    return r;
+}
+
+TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest& test, const RunOptions& opt) {
+    TestResult r = blank_result(file, test);
     Progress prog;
     prog.show = opt.progress;
     prog.t0 = prog.last = std::chrono::steady_clock::now();

@@ -63,6 +63,9 @@ struct TestResult {
     std::vector<ResultRow> rows;
 };
 
+// A result naming the test, with nothing run yet.
+TestResult blank_result(const TestFile& file, const LabTest& test);
+
 // Runs one test of a file. Never throws for a failing test: the error is
 // in the result, and everything converged before it is in the CSV.
 TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest& test,

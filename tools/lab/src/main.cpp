@@ -232,14 +232,7 @@ TestResult run_isolated(const ModelLibrary& lib, const TestFile& tf, const LabTe
     int st = 0;
     while (waitpid(pid, &st, 0) < 0 && errno == EINTR) {
     }
-    TestResult r;
-    r.file_stem = tf.stem;
-    r.test_name = t.name;
-    r.id = tf.stem + "_" + t.name;
-    r.kind = kind_name(t.kind);
-    r.title = tf.title;
-    r.units = tf.units;
-    r.model = t.model;
+    TestResult r = blank_result(tf, t);
     if (WIFEXITED(st) && WEXITSTATUS(st) == 0 && deserialize(text, r)) return r;
     std::string how = WIFEXITED(st) ? "with exit status " + std::to_string(WEXITSTATUS(st))
                                     : "by signal " + std::to_string(WTERMSIG(st));
