@@ -240,22 +240,24 @@ std::vector<double> group_jacobian(const Unknowns& u, const Mat6& D, double bulk
 // For a single unknown: the nearest strains seen on either side of the
 // balance. Once the balance is bracketed, a Newton step that leaves the
 // bracket or does not halve the out-of-balance stress is replaced by a
-// regula falsi step (Illinois), so a model whose answer has kinks still
-// converges at the increment size asked for.
+// regula falsi step, or by bisection when one side has moved twice in a
+// row, so that a model whose answer has kinks still converges at the
+// increment size asked for.
 struct Bracket {
     double x[2] = {0, 0}, r[2] = {0, 0};
     bool set[2] = {false, false};
-    int kept = -1;  // side kept by the last update, for the Illinois halving
+    int last = -1, streak = 0;
     void record(double xv, double rv) {
         int side = rv > 0 ? 0 : 1;
-        if (set[1 - side] && kept == 1 - side) r[1 - side] *= 0.5;
-        kept = 1 - side;
+        streak = side == last ? streak + 1 : 1;
+        last = side;
         x[side] = xv;
         r[side] = rv;
         set[side] = true;
     }
     bool valid() const { return set[0] && set[1] && r[0] != r[1]; }
-    double falsi() const { return (x[0] * r[1] - x[1] * r[0]) / (r[1] - r[0]); }
+    double width() const { return std::fabs(x[1] - x[0]); }
+    double next() const { return streak >= 2 ? 0.5 * (x[0] + x[1]) : (x[0] * r[1] - x[1] * r[0]) / (r[1] - r[0]); }
     bool inside(double xv) const { return (xv - x[0]) * (xv - x[1]) < 0.0; }
 };
 
@@ -373,7 +375,7 @@ bool PointDriver::solve_increment(const std::array<Control, 6>& ctl, const Vec6&
     }
     Residual res;
     Bracket bracket;
-    double best = HUGE_VAL;
+    double best = HUGE_VAL, width = HUGE_VAL;
     int best_at = 0;
     for (int it = 1; it <= solver_.max_iterations; ++it) {
         if (it > 1) stiffness(undrained, D, bulkw);  // host order: stiffness, then stresses
@@ -385,14 +387,22 @@ bool PointDriver::solve_increment(const std::array<Control, 6>& ctl, const Vec6&
             std::fprintf(stderr, "step %ld iteration %d: out-of-balance %.6g on %s (tolerance %.3g)\n", step, it,
                          res.worst, res.comp >= 0 ? kComponentNames[res.comp] : "-", tol);
         if (res.worst <= tol) return out = std::move(t), true;
-        if (res.worst < best) {
-            best = res.worst, best_at = it;
+        if (n == 1) bracket.record(deps[groups[0].front()], res.r[0]);
+        if (bracket.valid() && bracket.width() <= 1e-12 * std::max(std::fabs(bracket.x[0]), 1e-9)) {
+            why = "no strain balances the stress: the model's answer jumps from " + fmt("%.4g", bracket.r[0]) +
+                  " to " + fmt("%.4g", bracket.r[1]) + " out of balance across a strain interval of " +
+                  fmt("%.3g", bracket.width());
+            return false;
+        }
+        bool narrower = bracket.valid() && bracket.width() < 0.5 * width;
+        if (narrower) width = bracket.width();
+        if (res.worst < best || narrower) {
+            best = std::min(best, res.worst), best_at = it;
         } else if (it - best_at >= kStallIterations) {
             why = "the iteration stalled (no progress in " + std::to_string(kStallIterations) + " iterations); " +
                   balance_text(res, tol);
             return false;
         }
-        if (n == 1) bracket.record(deps[groups[0].front()], res.r[0]);
         if (solver_.accelerate && it > 1) broyden(J, J0, dx, r_prev, res);
         std::vector<double> step_x = res.r;
         if (!solve(J, step_x, n) && !(J = J0, step_x = res.r, solve(J, step_x, n))) {
@@ -402,7 +412,7 @@ bool PointDriver::solve_increment(const std::array<Control, 6>& ctl, const Vec6&
         if (n == 1 && bracket.valid()) {
             double x = deps[groups[0].front()];
             bool slow = it > 1 && std::fabs(res.r[0]) > 0.5 * std::fabs(r_prev[0]);
-            if (!bracket.inside(x + step_x[0]) || slow) step_x[0] = bracket.falsi() - x;
+            if (!bracket.inside(x + step_x[0]) || slow) step_x[0] = bracket.next() - x;
         }
         dx = step_x;
         r_prev = res.r;
