@@ -138,12 +138,13 @@ def positive_only(xs, ys):
     return [a for a, _ in pairs], [b for _, b in pairs]
 
 
-def panel(ax, data, x, y, label=None, xlabel="", ylabel="", meas=None, logx=False, invert_y=False, style="-"):
+def panel(ax, data, x, y, label=None, xlabel="", ylabel="", meas=None, logx=False, invert_y=False, style="-",
+          color=None):
     if x in data and y in data and any(not math.isnan(v) for v in data[y]):
         xs, ys = data[x], data[y]
         if logx:
             xs, ys = positive_only(xs, ys)
-        ax.plot(xs, ys, style, lw=1.2, label=label)
+        ax.plot(xs, ys, style, lw=1.2, label=label, color=color)
     if meas is not None and x in meas and y in meas:
         ax.plot(meas[x], meas[y], "o", ms=3, mfc="none", color="k", label="measured")
     ax.set_xlabel(xlabel)
@@ -369,16 +370,18 @@ def overlay(group, out):
     if kind == "triaxial":
         # Volumetric strain and pore pressure have different units: own axes.
         fig, ax = plt.subplots(1, 4, figsize=(19, 4.5))
-        for meta, data in group:
-            lab = meta.get("test")
+        for i, (meta, data) in enumerate(group):
+            lab, c = meta.get("test"), "C%d" % (i % 10)
             sh = shearing(meta, data)
             xl = "axial strain since the start of shearing [%]"
-            panel(ax[0], sh, "eps_yy_pct", "q_ax", label=lab, xlabel=xl, ylabel="deviator q [%s]" % u)
+            panel(ax[0], sh, "eps_yy_pct", "q_ax", label=lab, xlabel=xl, ylabel="deviator q [%s]" % u, color=c)
             if meta.get("undrained"):
-                panel(ax[2], sh, "eps_yy_pct", "du", label=lab, xlabel=xl, ylabel="excess pore pressure [%s] (undrained tests)" % u)
+                panel(ax[2], sh, "eps_yy_pct", "du", label=lab, xlabel=xl,
+                      ylabel="excess pore pressure [%s] (undrained tests)" % u, color=c)
             else:
-                panel(ax[1], sh, "eps_yy_pct", "eps_v_pct", label=lab, xlabel=xl, ylabel="volumetric strain [%] (drained tests)")
-            panel(ax[3], data, "p", "q_ax", label=lab, xlabel="p' [%s]" % u, ylabel="q [%s]" % u)
+                panel(ax[1], sh, "eps_yy_pct", "eps_v_pct", label=lab, xlabel=xl,
+                      ylabel="volumetric strain [%] (drained tests)", color=c)
+            panel(ax[3], data, "p", "q_ax", label=lab, xlabel="p' [%s]" % u, ylabel="q [%s]" % u, color=c)
     elif kind == "oedometer":
         fig, ax = plt.subplots(1, 1, figsize=(6, 4.5))
         ax = [ax]
