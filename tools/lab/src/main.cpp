@@ -14,6 +14,7 @@
 
 #include "lab_file.hpp"
 #include "lab_run.hpp"
+#include "lab_tools.hpp"
 #include "model_library.hpp"
 
 using namespace tervak::lab;
@@ -25,6 +26,7 @@ std::FILE* g_out = stdout;  // the lab's own standard output
 
 const char* kUsage =
     "usage: tervak-lab [options] TEST.toml|DIR ...\n"
+    "       tervak-lab calibrate|fit|study FILE.toml [options]  (see --help after each)\n"
     "Runs the laboratory tests of each file (every *.toml of a directory) on a\n"
     "model library, writes one CSV and one JSON summary per test into the\n"
     "results folder and prints the summary table.\n"
@@ -277,6 +279,7 @@ void list_params(const ModelLibrary& lib) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && is_tool_command(argv[1])) return run_tool_command(argc - 1, argv + 1);
     std::string lib_path, out_dir = "results", python = "/usr/bin/python3", script = default_plot_script();
     std::string only, model_output;
     bool plot = false, check = false, list = false, isolate = true;
