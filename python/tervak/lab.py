@@ -190,13 +190,20 @@ def run(soil, test, output="discard"):
                 err = ctypes.create_string_buffer(4096)
                 status = api.tervak_lab_run_file(path.encode(), library_path().encode(),
                                                  os.path.join(d, "out").encode(), err, 4096)
+                # Written only when the laboratory returns: without it, the
+                # model ended the process.
                 with open(msg_path, "wb") as f:
-                    f.write(err.value)
+                    f.write(b"%d\n" % status + err.value)
             finally:
                 os._exit(status)
         _, st = os.waitpid(pid, 0)
         code = os.waitstatus_to_exitcode(st)
-        message = _read(msg_path).strip()
+        status, _, message = _read(msg_path).partition("\n")
+        if status in ("0", "1", "2") and code == int(status):
+            code = int(status)
+        else:
+            code = code if code < 0 else 100 + code  # the model ended the process
+        message = message.strip()
         if code == 2:
             raise TervakError(message.replace(path, "test"))
         result = _collect(soil, test, d, code == 0, message, _read(out_path))
@@ -204,7 +211,7 @@ def run(soil, test, output="discard"):
             raise RunFailed(f"{test.name}: {message}", result)
         if code != 0:
             stop = _read(err_path).strip()
-            how = f"exit status {code}" if code > 0 else f"signal {-code}"
+            how = f"exit status {code - 100}" if code > 0 else f"signal {-code}"
             raise ModelStop(f"{test.name}: the model ended the run ({how}) after {len(result)} rows"
                             + (f": {stop}" if stop else ""), result)
         return result
