@@ -132,6 +132,7 @@ class Result:
             a.set_ylabel(y)
             a.set_title(self.test.name)
             a.legend()
+        axes[0].figure.tight_layout()
         return axes
 
 

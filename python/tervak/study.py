@@ -144,8 +144,8 @@ class StudyResult:
         base = float(np.nanmedian(self.column(output)))
         fig, ax = plt.subplots(figsize=(6, 1 + 0.5 * max(len(sens), 1)))
         for i, (k, (a, b)) in enumerate(sens):
-            ax.barh(i, a - base, left=base, color="tab:blue")
-            ax.barh(i, b - base, left=base, color="tab:orange")
+            ax.barh(i - 0.2, a - base, left=base, height=0.4, color="tab:blue")
+            ax.barh(i + 0.2, b - base, left=base, height=0.4, color="tab:orange")
         ax.set_yticks(range(len(sens)), [k for k, _ in sens])
         ax.axvline(base, color="k", lw=0.8)
         ax.set_xlabel(f"{output} (blue: lowest fifth of the parameter, orange: highest fifth)")
