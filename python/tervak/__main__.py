@@ -2,12 +2,11 @@
 import argparse
 import os
 import sys
-import tomllib
 
 from ._lib import TervakError
 from .lab import Test
 from .measured import Measured, resolve
-from .soil import Soil
+from .soil import Soil, read_toml
 
 FIT_KEYS = {"free", "start", "out", "plot", "workers", "max_nfev"}
 STUDY_KEYS = {"vary", "n", "method", "seed", "out", "plot", "output", "scheduler", "workers"}
@@ -15,13 +14,7 @@ MEASURED_KEYS = {"file", "columns", "scale", "curves", "weight"}
 
 
 def load(path, section, known):
-    try:
-        with open(path, "rb") as f:
-            doc = tomllib.load(f)
-    except OSError as e:
-        raise TervakError(f"{path}: {e.strerror}") from None
-    except tomllib.TOMLDecodeError as e:
-        raise TervakError(f"{path}: {e}") from None
+    doc = read_toml(path)
     if "soil" in doc:
         if not isinstance(doc["soil"], str):
             raise TervakError(f"{path}: 'soil' must be the path of a soil file")

@@ -44,13 +44,7 @@ class Soil:
     @classmethod
     def from_toml(cls, path):
         """A soil file: 'model' and 'props' or [parameters] by name."""
-        try:
-            with open(path, "rb") as f:
-                doc = tomllib.load(f)
-        except OSError as e:
-            raise TervakError(f"{path}: {e.strerror}") from None
-        except tomllib.TOMLDecodeError as e:
-            raise TervakError(f"{path}: {e}") from None
+        doc = read_toml(path)
         if "model" not in doc:
             raise TervakError(f"{path}: 'model' is missing")
         model = doc["model"]
@@ -119,6 +113,17 @@ class Soil:
             with open(path, "w") as f:
                 f.write(text)
         return text
+
+
+def read_toml(path):
+    """A TOML file as a dict; errors name the file (and the line)."""
+    try:
+        with open(path, "rb") as f:
+            return tomllib.load(f)
+    except OSError as e:
+        raise TervakError(f"{path}: {e.strerror}") from None
+    except tomllib.TOMLDecodeError as e:
+        raise TervakError(f"{path}: {e}") from None
 
 
 def _toml_value(v):

@@ -198,7 +198,14 @@ int calibrate(int argc, char** argv) {
         std::string probe = (tmp / "soil.toml").string();
         write_text(probe, "soil = " + toml_string(fs::absolute(soil).string()) +
                               "\n[[test]]\nname = \"probe\"\ntype = \"isotropic\"\np0 = 1.0\npressures = [2.0]\n");
-        TestFile tf = load_test_file(probe, ml);
+        TestFile tf;
+        try {
+            tf = load_test_file(probe, ml);
+        } catch (const LabError& e) {
+            std::string m = e.what();
+            for (size_t at; (at = m.find(probe)) != std::string::npos;) m.replace(at, probe.size(), soil);
+            throw LabError(m);
+        }
         if (tf.model != 1)
             throw LabError(soil + ": 'model' = " + std::to_string(tf.model) +
                            ": task 7 calibrates model 1 (hardening soil) only");
