@@ -30,16 +30,16 @@ def _samples(soil, vary, n, method, seed):
     if method == "grid":
         axes = []
         for k in names:
-            spec = vary[k]
-            if isinstance(spec, dict) and "values" in spec:
-                axes.append([float(v) for v in spec["values"]])
-            elif isinstance(spec, dict) and {"min", "max"} <= set(spec):
-                m = int(spec.get("points", 3))
+            dist = vary[k]
+            if isinstance(dist, dict) and "values" in dist:
+                axes.append([float(v) for v in dist["values"]])
+            elif isinstance(dist, dict) and {"min", "max"} <= set(dist):
+                m = int(dist.get("points", 3))
                 if m < 1:
                     raise TervakError(f"study: vary: '{k}': 'points' = {m} must be at least 1")
-                axes.append(list(np.linspace(float(spec["min"]), float(spec["max"]), m)))
-            elif isinstance(spec, (list, tuple)):
-                axes.append([float(v) for v in spec])
+                axes.append(list(np.linspace(float(dist["min"]), float(dist["max"]), m)))
+            elif isinstance(dist, (list, tuple)):
+                axes.append([float(v) for v in dist])
             else:
                 raise TervakError(f"study: vary: '{k}': a grid needs 'values' or 'min', 'max', 'points'")
         sets = [dict(zip(names, c)) for c in itertools.product(*axes)]
@@ -48,22 +48,22 @@ def _samples(soil, vary, n, method, seed):
             raise TervakError(f"study: 'n' = {n!r}: the number of runs must be a positive integer")
         cols = {}
         for k in names:
-            spec = vary[k]
-            if isinstance(spec, (list, tuple)) and len(spec) == 2:
-                spec = {"min": spec[0], "max": spec[1]}
-            if not isinstance(spec, dict):
+            dist = vary[k]
+            if isinstance(dist, (list, tuple)) and len(dist) == 2:
+                dist = {"min": dist[0], "max": dist[1]}
+            if not isinstance(dist, dict):
                 raise TervakError(f"study: vary: '{k}': give {{min, max}}, {{mean, sd}} or {{values}}")
-            if {"mean", "sd"} <= set(spec):
-                if not float(spec["sd"]) >= 0:
+            if {"mean", "sd"} <= set(dist):
+                if not float(dist["sd"]) >= 0:
                     raise TervakError(f"study: vary: '{k}': 'sd' must not be negative")
-                cols[k] = rng.normal(float(spec["mean"]), float(spec["sd"]), n)
-            elif {"min", "max"} <= set(spec):
-                lo, hi = float(spec["min"]), float(spec["max"])
+                cols[k] = rng.normal(float(dist["mean"]), float(dist["sd"]), n)
+            elif {"min", "max"} <= set(dist):
+                lo, hi = float(dist["min"]), float(dist["max"])
                 if not hi >= lo:
                     raise TervakError(f"study: vary: '{k}': 'max' = {hi:g} is below 'min' = {lo:g}")
                 cols[k] = rng.uniform(lo, hi, n)
-            elif "values" in spec:
-                cols[k] = rng.choice(np.asarray(spec["values"], dtype=float), n)
+            elif "values" in dist:
+                cols[k] = rng.choice(np.asarray(dist["values"], dtype=float), n)
             else:
                 raise TervakError(f"study: vary: '{k}': give {{min, max}}, {{mean, sd}} or {{values}}")
         sets = [{k: float(cols[k][i]) for k in names} for i in range(n)]
