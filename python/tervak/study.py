@@ -5,7 +5,6 @@ as they come back, so nothing finished is lost."""
 import csv
 import itertools
 import math
-import os
 import sys
 import time
 
@@ -154,11 +153,6 @@ class StudyResult:
             fig.savefig(path, dpi=100)
             plt.close(fig)
         return fig
-
-
-def _writer(path, names, tests):
-    f = open(path, "w", newline="")
-    return f
 
 
 def study(soil, tests, vary, n=100, method="monte_carlo", seed=0, scheduler=None, workers=2,

@@ -78,7 +78,7 @@ def test_fatal_stop_raises_and_keeps_rows(tmp_path):
     src.write_text(FAKE)
     lib = tmp_path / "libstop.so"
     subprocess.run(["cc", "-shared", "-fPIC", "-o", str(lib), str(src)], check=True)
-    code = textwrap.dedent(f"""
+    code = textwrap.dedent("""
         import tervak as tv
         s = tv.Soil(1, [1000.0, 150.0])
         try:
