@@ -15,6 +15,7 @@
 #include "lab_file.hpp"
 #include "lab_input.hpp"
 #include "lab_run.hpp"
+#include "lab_tools.hpp"
 #include "model_library.hpp"
 
 using namespace tervak::lab;
@@ -26,6 +27,7 @@ std::FILE* g_out = stdout;  // the lab's own standard output
 
 const char* kUsage =
     "usage: tervak-lab [options] TEST.toml|DIR ...\n"
+    "       tervak-lab calibrate|fit|study FILE.toml [options]  (see --help after each)\n"
     "Runs the laboratory tests of each file (every *.toml of a directory) on a\n"
     "model library, writes one CSV and one JSON summary per test into the\n"
     "results folder and prints the summary table.\n"
@@ -457,6 +459,7 @@ int run_files(const ModelLibrary& lib, const Options& o, int own_fd) {
 }  // namespace
 
 int main(int argc, char** argv) {
+    if (argc > 1 && is_tool_command(argv[1])) return run_tool_command(argc - 1, argv + 1);
     Options o;
     int rc = parse_options(argc, argv, o);
     if (rc >= 0) return rc;
