@@ -237,7 +237,10 @@ def _collect(soil, test, d, ok, error, output):
         with open(csv) as f:
             columns = f.readline().strip().split(",")
         if columns and columns != [""]:
-            data = np.loadtxt(csv, delimiter=",", skiprows=1, ndmin=2)
+            # Empty fields (a column the test does not fill, such as e
+            # without e0) read as NaN.
+            data = np.genfromtxt(csv, delimiter=",", skip_header=1, ndmin=2,
+                                 filling_values=np.nan)
             if data.size == 0:
                 data = np.zeros((0, len(columns)))
     summary, cyclic = {}, []
