@@ -181,8 +181,11 @@ def figure_for(meta, data, meas):
         cmap = plt.get_cmap("viridis")
         st = data.get("stage", [])
         for i, a in enumerate(amps):
-            # The last cycle of each amplitude.
-            last = max([s.get("cycle", 0) for s in stages if s.get("amplitude") == a] or [0])
+            # The last cycle of each amplitude that ran (cycling stops at the
+            # first closed loop).
+            ran = set(int(sn) for sn in st)
+            last = max([s.get("cycle", 0) for k, s in enumerate(stages)
+                        if s.get("amplitude") == a and k + 1 in ran] or [0])
             idx = [k for k, sn in enumerate(st)
                    if 1 <= int(sn) <= len(stages) and stages[int(sn) - 1].get("amplitude") == a
                    and stages[int(sn) - 1].get("cycle", 0) == last]

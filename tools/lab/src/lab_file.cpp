@@ -642,7 +642,7 @@ LabTest parse_test(const toml::table& t, int index, const TestFile& file, const 
             if (!amps || amps->empty()) fail(w.at("amplitudes") + " is missing (single shear strain amplitudes)");
             for (double a : *amps)
                 if (!(a > 0 && a < 1)) fail(w.at("amplitudes") + " must hold shear strains between 0 and 1");
-            int cycles = positive_int(t, "cycles", w, 2, 1, 1000);
+            int cycles = positive_int(t, "cycles", w, 200, 1, 1000);
             int spc = positive_int(t, "steps_per_cycle", w, 40, 4, 1000000);
             if (spc % 4 != 0) fail(w.at("steps_per_cycle") + " must be a multiple of 4");
             if (auto g = opt_number(t, "G0", w)) {
@@ -659,16 +659,26 @@ LabTest parse_test(const toml::table& t, int index, const TestFile& file, const 
                 s.comp[3] = ComponentPath{Control::Strain, false, -gamma};
                 return s;
             };
+            // Each half cycle starts with its first step cut into
+            // kReversalSteps increments: the step that reverses the strain
+            // takes the secant of the whole previous branch, and its error
+            // stays in the loop for the rest of the branch, so it is the
+            // step that decides how well a loop closes.
+            constexpr int kReversalSteps = 16;
+            const int half = spc / 2;
             for (double a : *amps) {
                 std::string tag = "g" + num(a);
                 test.stages.push_back(shear_stage(tag + "_start", spc / 4, a));
                 test.info.push_back({tag + "_start", "cycle", a, 0});
                 for (int c = 1; c <= cycles; ++c) {
                     std::string n = tag + "_c" + std::to_string(c);
-                    test.stages.push_back(shear_stage(n + "_down", spc / 2, -a));
-                    test.info.push_back({n + "_down", "cycle", a, c});
-                    test.stages.push_back(shear_stage(n + "_up", spc / 2, a));
-                    test.info.push_back({n + "_up", "cycle", a, c});
+                    for (double to : {-a, a}) {
+                        std::string h = n + (to < 0 ? "_down" : "_up");
+                        test.stages.push_back(shear_stage(h + "_rev", kReversalSteps, -to + 2.0 * to / half));
+                        test.info.push_back({h + "_rev", "cycle", a, c});
+                        test.stages.push_back(shear_stage(h, half - 1, to));
+                        test.info.push_back({h, "cycle", a, c});
+                    }
                 }
             }
             break;

@@ -71,6 +71,63 @@ double interpolate(const std::vector<double>& xs, const std::vector<double>& ys,
     return kNaN;
 }
 
+// One loop of a cyclic simple shear: the rows of a cycle's stages with the
+// row before them (the end of the previous half cycle, at +amplitude).
+struct Loop {
+    bool complete = false;  // the up stage reached +amplitude
+    bool closed = false;    // back at the shear stress it started from
+    double gap = kNaN;      // |end - start| over the loop's height
+    CyclicPoint point;
+};
+
+// Stages [first, last] (0-based) are one cycle of one amplitude. A loop is
+// closed when the shear stress at its end lies within kLoopClosure of its
+// height of the stress at its start. The bound is tight because the loops
+// of the smallest amplitudes enclose about 0.1 % of tau_a gamma_a: a loop
+// open by 1 % of its height can halve or double their damping.
+constexpr double kLoopClosure = 5e-4;
+Loop cyclic_loop(const LabTest& test, const std::vector<ResultRow>& rows, size_t first, size_t last, double g0) {
+    Loop L;
+    const double a = test.info[first].amplitude;
+    const int s0 = static_cast<int>(first) + 1, s1 = static_cast<int>(last) + 1;
+    std::vector<const ResultRow*> loop;
+    const ResultRow* bottom = nullptr;
+    for (size_t i = 0; i < rows.size(); ++i) {
+        if (rows[i].stage < s0 || rows[i].stage > s1) continue;
+        if (loop.empty() && i > 0) loop.push_back(&rows[i - 1]);
+        loop.push_back(&rows[i]);
+        if (test.info[static_cast<size_t>(rows[i].stage - 1)].name.ends_with("_down")) bottom = &rows[i];
+    }
+    if (loop.size() < 3 || !bottom || loop.back()->stage != s1) return L;
+    const ResultRow* top = loop.back();
+    if (std::fabs(top->eps[3] - a) > 1e-9 * a + 1e-15) return L;
+    L.complete = true;
+    double tmax = -HUGE_VAL, tmin = HUGE_VAL, w = 0.0;
+    for (size_t i = 0; i < loop.size(); ++i) {
+        tmax = std::max(tmax, loop[i]->sig[3]);
+        tmin = std::min(tmin, loop[i]->sig[3]);
+        if (i > 0) w += 0.5 * (loop[i]->sig[3] + loop[i - 1]->sig[3]) * (loop[i]->eps[3] - loop[i - 1]->eps[3]);
+    }
+    L.gap = tmax > tmin ? std::fabs(top->sig[3] - loop.front()->sig[3]) / (tmax - tmin) : kNaN;
+    L.closed = L.gap <= kLoopClosure;
+    CyclicPoint& c = L.point;
+    c.gamma = a;
+    c.G = (top->sig[3] - bottom->sig[3]) / (top->eps[3] - bottom->eps[3]);
+    c.G_ratio = c.G / g0;
+    double ta = 0.5 * (tmax - tmin);
+    c.damping = ta > 0 ? std::fabs(w) / (2.0 * kPi * ta * a) : kNaN;
+    c.u = top->u;
+    return L;
+}
+
+// The last stage of the cycle that stage k belongs to.
+size_t cycle_end(const LabTest& test, size_t k) {
+    while (k + 1 < test.info.size() && test.info[k + 1].cycle == test.info[k].cycle &&
+           test.info[k + 1].amplitude == test.info[k].amplitude)
+        ++k;
+    return k;
+}
+
 }  // namespace
 
 double ResultRow::q() const {
@@ -88,6 +145,7 @@ double ResultRow::eps_q() const {
 void summarize(const LabTest& test, TestResult& r) {
     r.summary.clear();
     r.cyclic.clear();
+    r.warnings.clear();
     const auto& rows = r.rows;
     if (rows.empty()) return;
     const std::string& U = r.units;
@@ -215,45 +273,31 @@ void summarize(const LabTest& test, TestResult& r) {
                     }
             }
             add("G0", g0, U);
-            // Per amplitude: the loop of its last complete cycle.
+            // Per amplitude: its first closed loop. The cycles of an amplitude
+            // stop at that loop (run_test), so an amplitude without one ran
+            // all its cycles.
             for (size_t k = 0; k < test.info.size(); ++k) {
-                const StageInfo& down = test.info[k];
-                if (down.cycle < 1 || down.name.size() < 5 || down.name.substr(down.name.size() - 5) != "_down")
-                    continue;
-                if (k + 1 >= test.info.size()) continue;
-                bool last_cycle = k + 2 >= test.info.size() || test.info[k + 2].cycle <= down.cycle;
-                if (!last_cycle) continue;
-                int sd = static_cast<int>(k) + 1, su = sd + 1;
-                std::vector<const ResultRow*> loop;
-                for (size_t i = 0; i < rows.size(); ++i) {
-                    if (rows[i].stage == sd && loop.empty() && i > 0) loop.push_back(&rows[i - 1]);
-                    if (rows[i].stage == sd || rows[i].stage == su) loop.push_back(&rows[i]);
+                if (test.info[k].role != "cycle" || test.info[k].cycle != 0) continue;
+                const double a = test.info[k].amplitude;
+                Loop last;
+                int ran = 0;
+                for (size_t f = k + 1; f < test.info.size() && test.info[f].cycle > 0; f = cycle_end(test, f) + 1) {
+                    Loop L = cyclic_loop(test, r.rows, f, cycle_end(test, f), g0);
+                    if (!L.complete) break;
+                    ++ran;
+                    last = L;
+                    if (L.closed) break;
                 }
-                if (loop.size() < 3 || loop.back()->stage != su) continue;
-                // Complete only if the up stage reached its end.
-                const ResultRow* bottom = nullptr;
-                for (const ResultRow* x : loop)
-                    if (x->stage == sd) bottom = x;
-                const ResultRow* top = loop.back();
-                if (!bottom || std::fabs(top->eps[3] - down.amplitude) > 1e-9 * down.amplitude + 1e-15) continue;
-                double a = down.amplitude;
-                double tmax = -HUGE_VAL, tmin = HUGE_VAL, w = 0.0;
-                for (size_t i = 0; i < loop.size(); ++i) {
-                    tmax = std::max(tmax, loop[i]->sig[3]);
-                    tmin = std::min(tmin, loop[i]->sig[3]);
-                    if (i > 0) w += 0.5 * (loop[i]->sig[3] + loop[i - 1]->sig[3]) * (loop[i]->eps[3] - loop[i - 1]->eps[3]);
+                if (last.closed) {
+                    r.cyclic.push_back(last.point);
+                } else if (ran > 0) {
+                    char b[200];
+                    std::snprintf(b, sizeof b,
+                                  "amplitude %.3g: no closed loop in %d cycles (the last ends %.2g %% of its height "
+                                  "away from its start); G/G0 and D not reported",
+                                  a, ran, 100.0 * last.gap);
+                    r.warnings.push_back(b);
                 }
-                // Closed loops only: the cycle must come back to the shear
-                // stress it started from (within 1 % of the loop's height).
-                if (std::fabs(top->sig[3] - loop.front()->sig[3]) > 0.01 * (tmax - tmin)) continue;
-                CyclicPoint c;
-                c.gamma = a;
-                c.G = (top->sig[3] - bottom->sig[3]) / (top->eps[3] - bottom->eps[3]);
-                c.G_ratio = c.G / g0;
-                double ta = 0.5 * (tmax - tmin);
-                c.damping = ta > 0 ? std::fabs(w) / (2.0 * kPi * ta * a) : kNaN;
-                c.u = top->u;
-                r.cyclic.push_back(c);
             }
             for (const auto& c : r.cyclic) {
                 char k1[64], k2[64];
@@ -316,7 +360,10 @@ void write_summary_json(const TestFile& file, const LabTest& test, const std::st
                              k ? "," : "", jnum(r.cyclic[k].gamma).c_str(), jnum(r.cyclic[k].G).c_str(),
                              jnum(r.cyclic[k].G_ratio).c_str(), jnum(r.cyclic[k].damping).c_str(),
                              jnum(r.cyclic[k].u).c_str());
-            std::fprintf(f, "\n  ]");
+            std::fprintf(f, "\n  ],\n  \"warnings\": [");
+            for (size_t k = 0; k < r.warnings.size(); ++k)
+                std::fprintf(f, "%s\"%s\"", k ? ", " : "", json_escape(r.warnings[k]).c_str());
+            std::fprintf(f, "]");
             if (test.has_measured) {
                 std::fprintf(f, ",\n  \"measured\": {\"file\": \"%s\", \"columns\": {",
                              json_escape(fs::absolute(test.measured.file).string()).c_str());
@@ -409,7 +456,11 @@ TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest
         write_row(first, drv.state().sv);
 
         const bool show = opt.progress;
+        bool loop_closed = false;  // cyclic shear: the present amplitude has closed its loop
         for (size_t k = 0; k < test.stages.size(); ++k) {
+            const StageInfo& in = test.info[k];
+            if (in.role == "cycle" && in.cycle == 0) loop_closed = false;
+            if (in.role == "cycle" && in.cycle > 0 && loop_closed) continue;
             drv.run_stage(test.stages[k], static_cast<int>(k) + 1,
                           [&](const IncrementRecord& rec, const PointState& st) {
                               ResultRow x = to_row(st, rec.stage, rec.increment, rec.step, rec.iplast, rec.iterations);
@@ -431,6 +482,11 @@ TestResult run_test(const ModelLibrary& lib, const TestFile& file, const LabTest
                                   }
                               }
                           });
+            if (in.role == "cycle" && in.cycle > 0 && cycle_end(test, k) == k) {
+                size_t f = k;
+                while (f > 0 && test.info[f - 1].cycle == in.cycle && test.info[f - 1].amplitude == in.amplitude) --f;
+                loop_closed = cyclic_loop(test, r.rows, f, k, 1.0).closed;
+            }
         }
         r.increments = drv.increments();
         r.stress_calls = drv.stress_calls();
@@ -470,6 +526,7 @@ void print_summary_table(std::FILE* out, const std::vector<TestResult>& results)
                      r.kind.c_str(), r.ok ? "ok" : "FAILED", r.increments,
                      r.seconds > 0 ? r.increments / r.seconds : 0.0, res.c_str());
         if (!r.ok) std::fprintf(out, "%*s  error: %s\n", static_cast<int>(w), "", r.error.c_str());
+        for (const auto& x : r.warnings) std::fprintf(out, "%*s  warning: %s\n", static_cast<int>(w), "", x.c_str());
         total += r.increments;
         secs += r.seconds;
     }

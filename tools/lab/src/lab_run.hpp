@@ -54,6 +54,7 @@ struct TestResult {
     double seconds = 0.0;
     std::vector<SummaryItem> summary;
     std::vector<CyclicPoint> cyclic;
+    std::vector<std::string> warnings;  // what the summary could not report, and why
     std::string csv_path, json_path;
     std::vector<ResultRow> rows;
 };
