@@ -59,7 +59,7 @@ TEST(SmallStrain, InitialState) {
         {4, kK0State, 3e-3, -500, 3e-3, -500},
     };
     for (const auto& c : cases) {
-        SCOPED_TRACE(testing::Message() << "model " << c.model << " sig_yy " << c.sig[1] << " sv1 " << c.sv1_in);
+        SCOPED_TRACE(testing::Message() << c.model << " " << c.sig[1] << " " << c.sv1_in);
         Point pt(c.model, P);
         pt.StVar0[0] = c.sv1_in;
         pt.StVar0[1] = c.sv2_in;
@@ -73,10 +73,9 @@ TEST(SmallStrain, InitialState) {
 }
 
 TEST(SmallStrain, ResetSwitchClearsTheMemory) {
-    std::array<double, 62> used{};
-    for (int i = 0; i < 62; ++i) used[static_cast<size_t>(i)] = (i % 3 == 0 ? -1.0 : 1.0) * (1e-4 + 1e-6 * i);
-    used[2] = 5.0e4;
-    for (int i = 51; i < 57; ++i) used[static_cast<size_t>(i)] = 2.0;
+    std::array<double, 62> used{};  // a memory with some entries negative
+    for (int i = 1; i <= 62; ++i)
+        used[static_cast<size_t>(i - 1)] = i == 3 ? 5.0e4 : i >= 52 && i <= 57 ? 2.0 : (i % 3 == 1 ? -1.0 : 1.0) * (1e-4 + 1e-6 * i);
     for (double reset : {1.0, 0.0, 0.999}) {
         SCOPED_TRACE(reset);
         auto P = elastic_sand();
@@ -268,86 +267,62 @@ TEST(SmallStrain, ReversalStepTakesTheHistorySecantAndDropsG0) {
     }
 }
 
-// A closed cycle 0 -> +a -> -a -> +a in steps a / n: the shear stress at
-// the end, the stress at the start and the levels on the way.
-struct Cycle {
-    double error;
-    std::array<int, 4> levels;
-    double G0_after_reversal;
-};
-Cycle closed_cycle(const std::vector<double>& P, int n) {
+// Closed cycles in steps of dg = a / n: 0 -> +a -> -a -> +a, and an inner
+// cycle -a -> +a/2 -> -a on the way. Returns the shear stress error of the
+// closures relative to the loop height and checks the stored levels.
+std::array<double, 2> closure_errors(int n) {
+    auto P = elastic_sand();
+    P[2] = 0.8e5;  // G0 falls to 80 % of G0_ref at a reversal
     Point pt(2, P);
     pt.initialise(kIsotropic200);
     const double a = 2e-4, dg = a / n;
-    double g = shear_to(pt, 0.0, a, dg);
-    const double tauA = pt.Sig0[3];
-    Cycle c{};
-    c.levels[0] = pt.levels();
-    g = shear_to(pt, g, -a, dg);
-    c.G0_after_reversal = pt.sv(3);
-    c.levels[1] = pt.levels();
-    pt.shear(dg);
-    c.levels[2] = pt.levels();
-    shear_to(pt, g + dg, a, dg);
-    c.levels[3] = pt.levels();
-    c.error = std::abs(pt.Sig0[3] - tauA) / tauA;
-    return c;
-}
-
-TEST(SmallStrain, ClosedCycleReturnsToItsStartStress) {
-    auto P = elastic_sand();
-    P[2] = 0.8e5;
-    const Cycle c40 = closed_cycle(P, 40), c80 = closed_cycle(P, 80);
-    // One level per reversal, both popped when the cycle closes at +a.
-    EXPECT_EQ(c40.levels, (std::array{0, 1, 2, 0}));
-    EXPECT_EQ(c40.G0_after_reversal, 0.8e5);
-    // Back at the start stress up to the error of the first step after each
-    // reversal (it takes the history's secant): first order in the step.
-    EXPECT_LT(c40.error, 0.01);
-    EXPECT_NEAR(c80.error / c40.error, 0.5, 0.05);
-}
-
-TEST(SmallStrain, InnerCycleClosesOntoTheOuterBranch) {
-    auto P = elastic_sand();
-    P[2] = 0.8e5;
-    Point pt(2, P);
-    pt.initialise(kIsotropic200);
-    const double a = 2e-4, dg = a / 40;
-    double g = shear_to(pt, 0.0, a, dg);
-    const double tauA = pt.Sig0[3];
-    g = shear_to(pt, g, -a, dg);
-    const double tauB = pt.Sig0[3];
-    g = shear_to(pt, g, a / 2, dg);
-    g = shear_to(pt, g, a / 2 - dg, dg);
-    EXPECT_EQ(pt.levels(), 3);  // the reversal at +a/2 is stored
-    shear_to(pt, g, -a, dg);
-    // Back at -a the inner cycle closes: its two levels are popped and the
-    // distance is again measured from the reversal at +a.
-    EXPECT_EQ(pt.levels(), 1);
+    std::vector<int> levels;
+    auto to = [&](double from, double target) {
+        shear_to(pt, from, target, dg);
+        levels.push_back(pt.levels());
+        return pt.Sig0[3];
+    };
+    const double tauA = to(0.0, a), tauB = to(a, -a);
+    EXPECT_EQ(pt.sv(3), 0.8e5);
+    to(-a, a / 2);
+    to(a / 2, a / 2 - dg);  // the third reversal
+    const double tauB2 = to(a / 2 - dg, -a);
+    // Back at -a the inner cycle closes onto the outer branch: the distance
+    // is again measured from the reversal at +a.
     EXPECT_NEAR(pt.sv(59), kOct * (2 * a - dg), 1e-12);
-    EXPECT_NEAR(pt.Sig0[3], tauB, 0.005 * (tauA - tauB));
+    const double tauA2 = to(-a, a);
+    EXPECT_EQ(levels, (std::vector{0, 1, 2, 3, 1, 0}));
+    return {std::abs(tauB2 - tauB) / (tauA - tauB), std::abs(tauA2 - tauA) / (tauA - tauB)};
+}
+
+TEST(SmallStrain, ClosedCyclesReturnToTheirStartStress) {
+    // The only error is the first step after each reversal (it takes the
+    // history's secant): first order in the step.
+    const auto e40 = closure_errors(40), e80 = closure_errors(80);
+    for (size_t k = 0; k < 2; ++k) {
+        EXPECT_LT(e40[k], 0.01) << k;
+        EXPECT_NEAR(e80[k] / e40[k], 0.5, 0.05) << k;
+    }
 }
 
 TEST(SmallStrain, SeventhReversalLeavesTheSixLevelsUnchanged) {
     Point pt(2, elastic_sand());
     pt.initialise(kIsotropic200);
     const double a = 6e-4, dg = 5e-6;
-    // Shrinking amplitudes: no cycle closes, every reversal is stored.
-    const double amp[] = {1.0, -0.9, 0.8, -0.7, 0.6, -0.5, 0.4};
+    auto memory = [&] { return std::vector<double>(pt.StVar0.begin() + 33, pt.StVar0.begin() + 51); };
     double g = 0.0;
+    // Shrinking amplitudes: no cycle closes, every reversal is stored.
     for (int k = 0; k < 7; ++k) {
-        g = shear_to(pt, g, amp[k] * a, dg);
+        g = shear_to(pt, g, (k % 2 == 0 ? 1.0 : -1.0) * (1.0 - 0.1 * k) * a, dg);
         EXPECT_EQ(pt.levels(), std::min(k, 6)) << "before reversal " << k + 1;
-        const auto xH = pt.memory(34), xE = pt.memory(40), xEe = pt.memory(46);
+        const auto before = memory();
         g = shear_to(pt, g, g + (k % 2 == 0 ? -dg : dg), dg);
         EXPECT_EQ(pt.levels(), std::min(k + 1, 6)) << "after reversal " << k + 1;
         EXPECT_NEAR(pt.sv(25), g, 1e-12);  // the reversal strain moves here
         if (k == 6) {
-            EXPECT_EQ(pt.memory(34), xH);
-            EXPECT_EQ(pt.memory(40), xE);
-            EXPECT_EQ(pt.memory(46), xEe);
-            for (int i = 1; i < 6; ++i) EXPECT_GT(xE[static_cast<size_t>(i)], xE[static_cast<size_t>(i - 1)]);
+            EXPECT_EQ(memory(), before);
         }
+        for (int i = 41; i <= 39 + std::min(k + 1, 6); ++i) EXPECT_GT(pt.sv(i), pt.sv(i - 1));  // branch lengths
     }
 }
 
@@ -394,111 +369,81 @@ TEST(SmallStrain, PlasticShearStaysWithinMohrCoulomb) {
 // model number, and the cap's hardening modulus is each model's own);
 // apart where their rules differ.
 
-using Path = std::vector<std::array<double, 6>>;
-Path repeat(const std::array<double, 6>& d, int n) { return Path(static_cast<size_t>(n), d); }
+// The same point under both models, the plastic shear strain above both
+// floors of task 1.
+struct Pair {
+    Point m2, m4;
+    Pair(const std::vector<double>& P, const Stress& sig, int undrained) : m2(2, P), m4(4, P) {
+        for (Point* pt : {&m2, &m4}) {
+            pt->StVar0[0] = 1e-6;
+            pt->IsUndr = undrained;
+            pt->initialise(sig);
+        }
+    }
+    void step(const std::array<double, 6>& d) {
+        m2.step(d);
+        m4.step(d);
+    }
+};
+const Stress kSand{-38.43, -100, -38.43, 0, 0, 0}, kClay{-57.74, -100, -57.74, 0, 0, 0};
 
 TEST(SmallStrain, ModelsTwoAndFourAgreeWithoutReversal) {
     // Small strain, the cut-off, beyond it, shear hardening, Mohr-Coulomb.
     const auto P = soil("dense_sand_small_strain", 20.0);
     struct Case {
-        const char* name;
         int undrained;
-        Path path;
+        std::array<double, 6> d;
+        int steps;
     } cases[] = {
-        {"shear and compression", 0, repeat({0, -2e-5, 0, 1e-4, 0, 0}, 100)},
-        {"undrained compression", 1, repeat({5e-5, -1e-4, 5e-5, 0, 0, 0}, 200)},
-        {"drained extension", 0, repeat({-5e-5, 1e-4, -5e-5, 0, 0, 0}, 200)},
+        {0, {0, -2e-5, 0, 1e-4, 0, 0}, 100},    // shear and compression
+        {1, {5e-5, -1e-4, 5e-5, 0, 0, 0}, 200},  // undrained compression
+        {0, {-5e-5, 1e-4, -5e-5, 0, 0, 0}, 200}, // drained extension
     };
-    const Stress sig{-38.43, -100, -38.43, 0, 0, 0};
-    for (auto& c : cases) {
-        SCOPED_TRACE(c.name);
-        Point m2(2, P), m4(4, P);
-        for (Point* pt : {&m2, &m4}) {
-            pt->StVar0[0] = 1e-6;  // above both floors of task 1
-            pt->IsUndr = c.undrained;
-            pt->initialise(sig);
-        }
-        ASSERT_LT(m2.sv(2), -10.0);
-        ASSERT_EQ(m2.StVar0, m4.StVar0);
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.d[1]);
+        Pair m(P, kSand, c.undrained);
+        ASSERT_EQ(m.m2.StVar0, m.m4.StVar0);
         int plastic = 0, beyond = 0;
-        for (size_t i = 0; i < c.path.size(); ++i) {
-            m2.step(c.path[i]);
-            m4.step(c.path[i]);
-            ASSERT_EQ(m2.Sig0, m4.Sig0) << "step " << i;
-            ASSERT_EQ(m2.Pw0, m4.Pw0) << "step " << i;
-            ASSERT_EQ(m2.iPlast, m4.iPlast) << "step " << i;
-            ASSERT_EQ(m2.StVar0, m4.StVar0) << "step " << i;
-            plastic += m2.iPlast != 0;
-            beyond += m2.sv(59) > Law(P, m2.sv(3), 100.0).gamma_c;
+        for (int i = 0; i < c.steps; ++i) {
+            m.step(c.d);
+            ASSERT_EQ(m.m2.Sig0, m.m4.Sig0) << "step " << i;
+            ASSERT_EQ(m.m2.Pw0, m.m4.Pw0) << "step " << i;
+            ASSERT_EQ(m.m2.iPlast, m.m4.iPlast) << "step " << i;
+            ASSERT_EQ(m.m2.StVar0, m.m4.StVar0) << "step " << i;
+            plastic += m.m2.iPlast != 0;
+            beyond += m.m2.sv(59) > Law(P, m.m2.sv(3), 100.0).gamma_c;
         }
-        ASSERT_EQ(m2.levels(), 0);
-        EXPECT_GT(plastic, 10);  // the kernels ran with each model number
-        EXPECT_LT(m2.sv(2), -10.0);
-        EXPECT_GT(beyond, 10);  // and the step applied Gt
+        EXPECT_EQ(m.m2.levels(), 0);
+        EXPECT_LT(m.m2.sv(2), -10.0);  // the cap stayed out of play
+        EXPECT_GT(plastic, 10);        // the kernels ran with each model number
+        EXPECT_GT(beyond, 10);         // and the step applied Gt
     }
 }
 
 TEST(SmallStrain, ModelsTwoAndFourDifferOnlyWhereTheirRulesDo) {
     // A stored reversal: model 4 adds 1e-10 to the levels it writes.
-    const auto P = soil("dense_sand_small_strain", 20.0);
-    Point m2(2, P), m4(4, P);
-    for (Point* pt : {&m2, &m4}) {
-        pt->StVar0[0] = 1e-6;
-        pt->initialise({-38.43, -100.0, -38.43, 0, 0, 0});
-        shear_to(*pt, 0.0, 2e-4, 2e-5);
-    }
-    ASSERT_EQ(m2.StVar0, m4.StVar0);
-    m2.shear(-2e-5);
-    m4.shear(-2e-5);
-    ASSERT_EQ(m2.levels(), 1);
-    for (int i : {34, 40, 46}) EXPECT_NEAR(m4.sv(i) - m2.sv(i), 1e-10, 1e-15) << i;
-
+    Pair r(soil("dense_sand_small_strain", 20.0), kSand, 0);
+    for (int i = 0; i < 10; ++i) r.step({0, 0, 0, 2e-5, 0, 0});
+    ASSERT_EQ(r.m2.StVar0, r.m4.StVar0);
+    r.step({0, 0, 0, -2e-5, 0, 0});
+    ASSERT_EQ(r.m2.levels(), 1);
+    for (int i : {34, 40, 46}) EXPECT_NEAR(r.m4.sv(i) - r.m2.sv(i), 1e-10, 1e-15) << i;
     // A cap pressure between 1 and 10: model 4's floor of 10 keeps the cap
     // away, model 2 yields on it.
     auto Q = elastic_sand();
     Q[23] = 1.0;
-    Point s2(2, Q), s4(4, Q);
-    for (Point* pt : {&s2, &s4}) {
-        pt->StVar0[0] = 1e-6;
-        pt->initialise({-2.5, -5.0, -2.5, 0, 0, 0});
-        pt->step({-2e-5, -2e-5, -2e-5, 0, 0, 0});
-    }
-    ASSERT_GT(s2.sv(2), -10.0);
-    EXPECT_NE(s2.iPlast, 0);
-    EXPECT_EQ(s4.iPlast, 0);
-    EXPECT_NE(s2.Sig0, s4.Sig0);
-
+    Pair s(Q, {-2.5, -5.0, -2.5, 0, 0, 0}, 0);
+    ASSERT_GT(s.m2.sv(2), -10.0);
+    s.step({-2e-5, -2e-5, -2e-5, 0, 0, 0});
+    EXPECT_NE(s.m2.iPlast, 0);
+    EXPECT_EQ(s.m4.iPlast, 0);
     // The cap yields (a normally consolidated clay sheared undrained): the
     // same stresses go in, each model's cap hardening comes out.
-    const auto C = soil("soft_clay_small_strain", 1.0);
-    Point c2(2, C), c4(4, C);
-    for (Point* pt : {&c2, &c4}) {
-        pt->StVar0[0] = 1e-6;
-        pt->IsUndr = 1;
-        pt->initialise({-57.74, -100, -57.74, 0, 0, 0});
-        pt->step({5e-5, -1e-4, 5e-5, 0, 0, 0});
-    }
-    ASSERT_EQ(c2.Sig0 == c4.Sig0, false);
-    EXPECT_EQ(c2.iPlast, c4.iPlast);
-    EXPECT_NE(c2.iPlast, 0);
-}
-
-// ---------------------------------------------------------------------------
-// The bundled small-strain soils.
-
-TEST(SmallStrain, ExampleSoilsAreSmallStrainParameterSets) {
-    for (const char* name : {"dense_sand_small_strain", "soft_clay_small_strain"}) {
-        SCOPED_TRACE(name);
-        const auto f = tervak_test::read_soil_file(tervak_test::soil_path(name));
-        const auto& P = f.props;
-        EXPECT_EQ(f.model, 2);
-        ASSERT_EQ(P.size(), 25u);
-        EXPECT_LE(prop(P, 3), prop(P, 2));  // G0_min <= G0_ref
-        // The tangent bulk modulus matches Eur and nu_ur; G0_min lies above G_ur.
-        const double Kt = prop(P, 1) / (1.0 - prop(P, 7));
-        EXPECT_NEAR(Kt * 3.0 * (1.0 - 2.0 * prop(P, 23)) / prop(P, 11), 1.0, 0.01);
-        EXPECT_GT(prop(P, 3), Law(P, prop(P, 2), 100.0).G_ur);
-    }
+    Pair c(soil("soft_clay_small_strain", 1.0), kClay, 1);
+    c.step({5e-5, -1e-4, 5e-5, 0, 0, 0});
+    EXPECT_NE(c.m2.iPlast, 0);
+    EXPECT_EQ(c.m2.iPlast, c.m4.iPlast);
+    EXPECT_NE(c.m2.Sig0, c.m4.Sig0);
 }
 
 }  // namespace

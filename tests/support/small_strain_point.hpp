@@ -8,7 +8,6 @@
 #include <array>
 #include <cmath>
 #include <cstdint>
-#include <utility>
 #include <vector>
 
 #include "support/user_mod_host.hpp"
@@ -42,7 +41,6 @@ struct Point {
             Props.data(), Sig0.data(), &Pw0, StVar0.data(), dEps.data(), D.data(), &BulkW, Sig.data(), &Pw,
             StVar.data(), &iPlast, &nStat, &NonSym, &StrsDep, &TimeDep, &Tangent, &Arg29, &Arg30, &Arg31);
     }
-    // Task 1 at the given initial stresses (host sign).
     void initialise(const std::array<double, 6>& sig) {
         Sig0 = sig;
         call(1);
@@ -65,11 +63,6 @@ struct Point {
         int n = 0;
         for (int i = 34; i <= 39; ++i) n += std::abs(sv(i)) >= 1e-10;
         return n;
-    }
-    std::array<double, 6> memory(int first) const {
-        std::array<double, 6> m{};
-        for (int k = 0; k < 6; ++k) m[static_cast<size_t>(k)] = sv(first + k);
-        return m;
     }
 };
 
