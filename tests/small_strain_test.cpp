@@ -34,7 +34,6 @@ std::vector<double> soil(const char* name, double ocr) {
     return P;
 }
 
-// ---------------------------------------------------------------------------
 // Task 1: the floors of the two models, kept values, the reset switch.
 
 TEST(SmallStrain, InitialState) {
@@ -93,7 +92,6 @@ TEST(SmallStrain, ResetSwitchClearsTheMemory) {
     }
 }
 
-// ---------------------------------------------------------------------------
 // Tasks 3 to 6 and the pore pressure of task 2.
 
 TEST(SmallStrain, StiffnessTasksAndAttributes) {
@@ -146,7 +144,6 @@ TEST(SmallStrain, StiffnessTasksAndAttributes) {
     }
 }
 
-// ---------------------------------------------------------------------------
 // Steps that must not touch the memory, and the diagnostic point.
 
 TEST(SmallStrain, LinearAndZeroStepsLeaveTheMemoryAlone) {
@@ -204,7 +201,6 @@ TEST(SmallStrain, DiagnosticsOnlyAtElementElevenPointFour) {
         EXPECT_NE(out.find(text), std::string::npos) << text;
 }
 
-// ---------------------------------------------------------------------------
 // The stiffness law along strain paths.
 
 TEST(SmallStrain, MonotonicSimpleShearFollowsTheSecantLawThenGt) {
@@ -326,7 +322,6 @@ TEST(SmallStrain, SeventhReversalLeavesTheSixLevelsUnchanged) {
     }
 }
 
-// ---------------------------------------------------------------------------
 // The yield tests.
 
 TEST(SmallStrain, CapToleranceCarriesOneThousandthMore) {
@@ -363,7 +358,6 @@ TEST(SmallStrain, PlasticShearStaysWithinMohrCoulomb) {
     EXPECT_GT(plastic, 100);
 }
 
-// ---------------------------------------------------------------------------
 // Models 2 and 4: bit for bit on paths that never reverse, with both task 1
 // floors out of play and the cap not reached (the cap kernels take the
 // model number, and the cap's hardening modulus is each model's own);
