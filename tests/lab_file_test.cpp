@@ -126,13 +126,16 @@ steps_per_cycle = 40
     EXPECT_DOUBLE_EQ(oed.reference_pressure, 100.0);
 
     const LabTest& dss = f.tests[3];
-    // Per amplitude: a first quarter, then down and up per cycle.
-    ASSERT_EQ(dss.stages.size(), 2u * (1 + 2 * 3));
+    // Per amplitude: a first quarter, then per cycle down and up, each half
+    // with its first step (the reversal) cut finer.
+    ASSERT_EQ(dss.stages.size(), 2u * (1 + 4 * 3));
     EXPECT_EQ(dss.stages[0].steps, 10);
-    EXPECT_EQ(dss.stages[1].steps, 20);
-    EXPECT_DOUBLE_EQ(dss.stages[1].comp[3].value, 1e-5);  // down to -amplitude
-    EXPECT_EQ(dss.stages[1].comp[1].control, Control::Stress);
-    EXPECT_EQ(dss.info[6].cycle, 3);
+    EXPECT_GT(dss.stages[1].steps, 1);
+    EXPECT_DOUBLE_EQ(dss.stages[1].comp[3].value, -1e-5 + 2e-5 / 20);  // the first step down
+    EXPECT_EQ(dss.stages[2].steps, 19);
+    EXPECT_DOUBLE_EQ(dss.stages[2].comp[3].value, 1e-5);  // down to -amplitude
+    EXPECT_EQ(dss.stages[2].comp[1].control, Control::Stress);
+    EXPECT_EQ(dss.info[12].cycle, 3);
 }
 
 TEST(LabFile, GeneralStagesTakeEveryKindOfControl) {

@@ -3,6 +3,7 @@
 // stiffness degradation of the small-strain model, and the bundled suite.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <cmath>
 #include <filesystem>
 #include <memory>
@@ -159,8 +160,9 @@ TEST(LabModel1, StressControlledOedometerHitsItsTarget) {
 
 // Cyclic simple shear on model 2: the secant shear modulus of the loops
 // falls with the amplitude, the damping grows at first. G0 cannot fall at a
-// reversal (G0_min = G0_ref), so the elastic loops close; the loop at 1e-3
-// hardens the point plastically, does not close and is not reported.
+// reversal (G0_min = G0_ref), so the elastic loops close at once; the loop at
+// 1e-3 hardens the point plastically, does not close in two cycles and is
+// reported as a warning instead.
 TEST(LabModel2, CyclicSimpleShearShowsStiffnessDegradation) {
     REQUIRE_MODEL(2, kModel2);
     ModelLibrary& lib = *tervak_lib();
@@ -184,6 +186,8 @@ steps_per_cycle = 40
     ASSERT_TRUE(r.ok) << r.error;
     ASSERT_EQ(r.cyclic.size(), 3u);
     EXPECT_EQ(r.cyclic.back().gamma, 1e-4);
+    ASSERT_EQ(r.warnings.size(), 1u);
+    EXPECT_NE(r.warnings[0].find("amplitude 0.001: no closed loop in 2 cycles"), std::string::npos) << r.warnings[0];
     for (size_t i = 1; i < r.cyclic.size(); ++i)
         EXPECT_LT(r.cyclic[i].G_ratio, r.cyclic[i - 1].G_ratio) << "amplitude " << r.cyclic[i].gamma;
     EXPECT_GT(r.cyclic.front().G_ratio, 0.9);
@@ -193,6 +197,33 @@ steps_per_cycle = 40
     double p = (1 + 2 * 0.426) / 3 * 100.0;
     double g0 = 90000.0 * std::pow(p / 100.0, 0.5);
     EXPECT_NEAR(r.cyclic.front().G, g0, 0.25 * g0);
+}
+
+// The bundled small-strain soils: G0 falls at every reversal towards G0_min,
+// so the smallest amplitudes need many cycles before a loop closes. Every
+// amplitude is reported from a closed loop, the sweep has no holes, G/G0
+// falls and the damping grows with the amplitude up to the cut-off.
+TEST(LabModel2, BundledSweepsReportEveryAmplitude) {
+    REQUIRE_MODEL(2, kModel2);
+    for (const char* name : {"soft_clay_small_strain", "dense_sand_small_strain"}) {
+        SCOPED_TRACE(name);
+        fs::path path = fs::path(TERVAK_SOURCE_DIR) / "examples" / "lab" / (std::string(name) + ".toml");
+        TestFile f = load_test_file(path.string(), *tervak_lib());
+        RunOptions opt;
+        opt.write_files = false;
+        auto dss = std::find_if(f.tests.begin(), f.tests.end(), [](const LabTest& t) { return t.name == "dss"; });
+        ASSERT_NE(dss, f.tests.end());
+        TestResult r = run_test(*tervak_lib(), f, *dss, opt);
+        ASSERT_TRUE(r.ok) << r.error;
+        for (const auto& w : r.warnings) EXPECT_EQ(w.find("closed loop"), std::string::npos) << w;
+        ASSERT_EQ(r.cyclic.size(), 7u);
+        for (size_t i = 1; i < r.cyclic.size(); ++i) {
+            EXPECT_LT(r.cyclic[i].G_ratio, r.cyclic[i - 1].G_ratio) << r.cyclic[i].gamma;
+            if (r.cyclic[i].gamma <= 1e-4) {
+                EXPECT_GT(r.cyclic[i].damping, 2.0 * r.cyclic[i - 1].damping) << r.cyclic[i].gamma;
+            }
+        }
+    }
 }
 
 // Every bundled test file is accepted by the loader.

@@ -297,8 +297,11 @@ def loops_panel(ax, meta, data):
     amps = amplitudes(stages)
     cmap = plt.get_cmap("viridis")
     st = data.get("stage", [])
+    ran = set(int(sn) for sn in st)
     for i, a in enumerate(amps):
-        last = max([s.get("cycle", 0) for s in stages if s.get("amplitude") == a] or [0])
+        # The last cycle that ran (an amplitude stops cycling at its first closed loop).
+        last = max([s.get("cycle", 0) for k, s in enumerate(stages)
+                    if s.get("amplitude") == a and k + 1 in ran] or [0])
         idx = [k for k, sn in enumerate(st)
                if 1 <= int(sn) <= len(stages) and stages[int(sn) - 1].get("amplitude") == a
                and stages[int(sn) - 1].get("cycle", 0) == last]

@@ -239,8 +239,10 @@ void drive(const ModelLibrary& lib, const TestFile& file, const LabTest& test, s
     Vec6 start = soil_strain(drv.state()), shear_start = start;
     r.rows.push_back(to_row(drv.state(), IncrementRecord{}, start, test.e0));
     write_row(csv, r.rows.back(), drv.state().sv);
-    bool shearing = false;
+    bool shearing = false, loop_closed = false;  // loop_closed: the present amplitude's loop has closed
     for (size_t k = 0; k < test.stages.size(); ++k) {
+        if (test.info[k].role == "cycle" && test.info[k].cycle == 0) loop_closed = false;
+        if (loop_closed && test.info[k].cycle > 0) continue;
         start = soil_strain(drv.state());
         if (!shearing && test.info[k].role != "consolidation") shear_start = start;
         shearing = shearing || test.info[k].role != "consolidation";
@@ -253,6 +255,7 @@ void drive(const ModelLibrary& lib, const TestFile& file, const LabTest& test, s
             r.stress_calls = drv.stress_calls();
             prog.tick(r.id, rec, test.stages.size(), drv.increments());
         });
+        loop_closed = simple_shear_loop_closed(test, r.rows, k);
     }
     r.increments = drv.increments();
     r.stress_calls = drv.stress_calls();
@@ -326,6 +329,8 @@ void print_summary_table(std::FILE* out, const std::vector<TestResult>& results)
                      r.kind.c_str(), r.ok ? "ok" : "FAILED", r.increments,
                      r.seconds > 0 ? r.increments / r.seconds : 0.0, res.c_str());
         if (!r.ok) std::fprintf(out, "%*s  error: %s\n", static_cast<int>(w), "", r.error.c_str());
+        for (size_t i = r.ok ? 0 : 1; i < r.warnings.size(); ++i)  // a failed test's first warning is its error
+            std::fprintf(out, "%*s  warning: %s\n", static_cast<int>(w), "", r.warnings[i].c_str());
         total += r.increments;
         secs += r.seconds;
     }

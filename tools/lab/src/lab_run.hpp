@@ -83,6 +83,14 @@ void summarize(const LabTest& test, TestResult& r);
 // stress) filled in; shear_start holds the strains (soil sign) there.
 StagePlan resolve_stage(const StagePlan& plan, const StageInfo& info, const PointState& st, const Vec6& shear_start);
 
+// The last stage of the cycle (same amplitude and cycle number) that stage
+// k belongs to.
+size_t cycle_end(const LabTest& test, size_t k);
+
+// Whether stage k (0-based) ends a simple-shear cycle whose loop closed:
+// the rest of that amplitude's cycles are then skipped.
+bool simple_shear_loop_closed(const LabTest& test, const std::vector<ResultRow>& rows, size_t k);
+
 // The summary table, one line per test.
 void print_summary_table(std::FILE* out, const std::vector<TestResult>& results);
 

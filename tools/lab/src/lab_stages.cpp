@@ -194,7 +194,7 @@ void simple_shear_stages(const toml::table& t, const Where& w, LabTest& test, bo
     if (!amps || amps->empty()) fail(w.at("amplitudes") + " is missing (single shear strain amplitudes)");
     for (double a : *amps)
         if (!(a > 0 && a < 1)) fail(w.at("amplitudes", t.get("amplitudes")) + " must hold shear strains between 0 and 1");
-    int cycles = bounded_int(t, "cycles", w, 2, 1, 1000);
+    int cycles = bounded_int(t, "cycles", w, 200, 1, 1000);
     int spc = bounded_int(t, "steps_per_cycle", w, 40, 4, 1000000);
     if (spc % 4 != 0) fail(w.at("steps_per_cycle") + " must be a multiple of 4");
     if (t.get("G0")) test.g0 = positive(t, "G0", w, 0.0);
@@ -207,14 +207,21 @@ void simple_shear_stages(const toml::table& t, const Where& w, LabTest& test, bo
         s.comp[3] = ComponentPath{Control::Strain, false, -gamma};
         return s;
     };
+    // Each half cycle starts with its first step cut into kReversalSteps
+    // increments: the step that reverses the strain takes the secant of the
+    // whole previous branch, and its error stays in the loop for the rest of
+    // the branch, so it is the step that decides how well a loop closes.
+    constexpr int kReversalSteps = 16;
+    const int half = spc / 2;
     for (double a : *amps) {
         std::string tag = "g" + num(a);
         push(test, shear(tag + "_start", spc / 4, a), {"", "cycle", a, 0});
-        for (int c = 1; c <= cycles; ++c) {
-            std::string n = tag + "_c" + std::to_string(c);
-            push(test, shear(n + "_down", spc / 2, -a), {"", "cycle", a, c});
-            push(test, shear(n + "_up", spc / 2, a), {"", "cycle", a, c});
-        }
+        for (int c = 1; c <= cycles; ++c)
+            for (double to : {-a, a}) {
+                std::string h = tag + "_c" + std::to_string(c) + (to < 0 ? "_down" : "_up");
+                push(test, shear(h + "_rev", kReversalSteps, -to + 2.0 * to / half), {"", "cycle", a, c});
+                push(test, shear(h, half - 1, to), {"", "cycle", a, c});
+            }
     }
 }
 

@@ -29,13 +29,15 @@ struct Span {
     const ResultRow& end() const { return *rows.back(); }
 };
 
+// The rows come in stage order, so a stage's rows are found by bisection.
 Span stage_span(const std::vector<ResultRow>& rows, int stage) {
     Span s;
-    for (size_t i = 1; i < rows.size(); ++i)
-        if (rows[i].stage == stage) {
-            if (s.rows.empty()) s.rows.push_back(&rows[i - 1]);
-            s.rows.push_back(&rows[i]);
-        }
+    if (rows.size() < 2) return s;
+    auto by_stage = [](const ResultRow& x, int st) { return x.stage < st; };
+    auto lo = std::lower_bound(rows.begin() + 1, rows.end(), stage, by_stage);
+    auto hi = std::lower_bound(lo, rows.end(), stage + 1, by_stage);
+    if (lo == hi) return s;
+    for (auto it = lo - 1; it != hi; ++it) s.rows.push_back(&*it);
     return s;
 }
 
@@ -193,28 +195,87 @@ void isotropic_summary(const LabTest& test, TestResult& r) {
     if (test.stages.front().undrained) add(r.summary, "u_end", rows.back().u, r.units);
 }
 
-// One loop of a cyclic simple shear: the down and up stages of one cycle.
-bool shear_loop(const std::vector<ResultRow>& rows, int sd, double a, double g0, CyclicPoint& c) {
-    Span down = stage_span(rows, sd), up = stage_span(rows, sd + 1);
-    if (down.empty() || up.empty()) return false;
-    const ResultRow& bottom = down.end();
-    const ResultRow& top = up.end();
-    if (std::fabs(top.eps[3] - a) > 1e-9 * a + 1e-15) return false;  // the up stage did not finish
-    std::vector<const ResultRow*> loop = down.rows;
-    loop.insert(loop.end(), up.rows.begin() + 1, up.rows.end());
-    double tmax = -HUGE_VAL, tmin = HUGE_VAL, w = 0.0;
-    for (size_t i = 0; i < loop.size(); ++i) {
-        tmax = std::max(tmax, loop[i]->sig[3]);
-        tmin = std::min(tmin, loop[i]->sig[3]);
-        if (i > 0) w += 0.5 * (loop[i]->sig[3] + loop[i - 1]->sig[3]) * (loop[i]->eps[3] - loop[i - 1]->eps[3]);
+// One loop of a cyclic simple shear: the rows of a cycle's stages with the
+// row before them (the end of the previous half cycle, at +amplitude).
+struct Loop {
+    bool complete = false;  // the up stages reached +amplitude
+    bool closed = false;    // back at the shear stress it started from
+    double gap = kNaN;      // |end - start| over the loop's height
+    CyclicPoint point;
+};
+
+// A loop is closed when the shear stress at its end lies within
+// kLoopClosure of its height of the stress at its start. The bound is tight
+// because the loops of the smallest amplitudes enclose about 0.1 % of
+// tau_a gamma_a: a loop open by 1 % of its height can halve or double their
+// damping.
+constexpr double kLoopClosure = 5e-4;
+
+// Stages [first, last] (0-based) are one cycle of one amplitude.
+Loop shear_loop(const LabTest& test, const std::vector<ResultRow>& rows, size_t first, size_t last, double g0) {
+    Loop L;
+    const double a = test.info[first].amplitude;
+    Span loop;
+    const ResultRow* bottom = nullptr;
+    for (size_t k = first; k <= last; ++k) {
+        Span s = stage_span(rows, static_cast<int>(k) + 1);
+        if (s.empty()) return L;
+        loop.rows.insert(loop.rows.end(), s.rows.begin() + (loop.rows.empty() ? 0 : 1), s.rows.end());
+        if (test.info[k].name.ends_with("_down")) bottom = &s.end();
     }
+    const ResultRow& top = loop.end();
+    if (!bottom || std::fabs(top.eps[3] - a) > 1e-9 * a + 1e-15) return L;  // the cycle did not finish
+    L.complete = true;
+    double tmax = -HUGE_VAL, tmin = HUGE_VAL, w = 0.0;
+    for (size_t i = 0; i < loop.rows.size(); ++i) {
+        const ResultRow &x = *loop.rows[i], &y = *loop.rows[i > 0 ? i - 1 : 0];
+        tmax = std::max(tmax, x.sig[3]);
+        tmin = std::min(tmin, x.sig[3]);
+        w += 0.5 * (x.sig[3] + y.sig[3]) * (x.eps[3] - y.eps[3]);
+    }
+    L.gap = tmax > tmin ? std::fabs(top.sig[3] - loop.start().sig[3]) / (tmax - tmin) : kNaN;
+    L.closed = L.gap <= kLoopClosure;
+    CyclicPoint& c = L.point;
     c.gamma = a;
-    c.G = (top.sig[3] - bottom.sig[3]) / (top.eps[3] - bottom.eps[3]);
+    c.G = (top.sig[3] - bottom->sig[3]) / (top.eps[3] - bottom->eps[3]);
     c.G_ratio = c.G / g0;
     double ta = 0.5 * (tmax - tmin);
     c.damping = ta > 0 ? std::fabs(w) / (2.0 * kPi * ta * a) : kNaN;
     c.u = top.u;
-    return true;
+    return L;
+}
+
+// The first stage of the cycle that stage k belongs to.
+size_t cycle_start(const LabTest& test, size_t k) {
+    while (k > 0 && test.info[k - 1].cycle == test.info[k].cycle && test.info[k - 1].amplitude == test.info[k].amplitude)
+        --k;
+    return k;
+}
+
+// Per amplitude (its first quarter at stage k0): its first closed loop. The
+// cycles of an amplitude stop at that loop, so an amplitude without one ran
+// all its cycles and gets a warning instead.
+void amplitude_summary(const LabTest& test, TestResult& r, size_t k0, double g0) {
+    const double a = test.info[k0].amplitude;
+    Loop last;
+    int ran = 0;
+    for (size_t f = k0 + 1; f < test.info.size() && test.info[f].cycle > 0; f = cycle_end(test, f) + 1) {
+        Loop L = shear_loop(test, r.rows, f, cycle_end(test, f), g0);
+        if (!L.complete) break;
+        ++ran;
+        last = L;
+        if (L.closed) break;
+    }
+    if (last.closed) {
+        r.cyclic.push_back(last.point);
+    } else if (ran > 0) {
+        char b[200];
+        std::snprintf(b, sizeof b,
+                      "amplitude %.3g: no closed loop in %d cycles (the last ends %.2g %% of its height away from "
+                      "its start); G/G0 and D not reported",
+                      a, ran, 100.0 * last.gap);
+        r.warnings.push_back(b);
+    }
 }
 
 void simple_shear_summary(const LabTest& test, TestResult& r) {
@@ -224,14 +285,8 @@ void simple_shear_summary(const LabTest& test, TestResult& r) {
         if (rows[i].eps[3] != rows[i - 1].eps[3])
             g0 = (rows[i].sig[3] - rows[i - 1].sig[3]) / (rows[i].eps[3] - rows[i - 1].eps[3]);
     add(r.summary, "G0", g0, r.units);
-    // Per amplitude: the loop of its last complete cycle.
-    for (size_t k = 0; k + 1 < test.info.size(); ++k) {
-        const StageInfo& down = test.info[k];
-        bool is_down = down.cycle >= 1 && down.name.size() >= 5 && down.name.substr(down.name.size() - 5) == "_down";
-        bool last = k + 2 >= test.info.size() || test.info[k + 2].cycle <= down.cycle;
-        CyclicPoint c;
-        if (is_down && last && shear_loop(rows, static_cast<int>(k) + 1, down.amplitude, g0, c)) r.cyclic.push_back(c);
-    }
+    for (size_t k = 0; k < test.info.size(); ++k)
+        if (test.info[k].role == "cycle" && test.info[k].cycle == 0) amplitude_summary(test, r, k, g0);
     for (const auto& c : r.cyclic) {
         char k1[64], k2[64];
         std::snprintf(k1, sizeof k1, "G/G0(%.3g)", c.gamma);
@@ -305,6 +360,18 @@ StagePlan resolve_stage(const StagePlan& plan, const StageInfo& info, const Poin
         s.comp[1] = ComponentPath{Control::Stress, false, lateral - info.target};
     }
     return s;
+}
+
+size_t cycle_end(const LabTest& test, size_t k) {
+    while (k + 1 < test.info.size() && test.info[k + 1].cycle == test.info[k].cycle &&
+           test.info[k + 1].amplitude == test.info[k].amplitude)
+        ++k;
+    return k;
+}
+
+bool simple_shear_loop_closed(const LabTest& test, const std::vector<ResultRow>& rows, size_t k) {
+    if (test.kind != TestKind::SimpleShear || test.info[k].cycle < 1 || cycle_end(test, k) != k) return false;
+    return shear_loop(test, rows, cycle_start(test, k), k, 1.0).closed;
 }
 
 }  // namespace tervak::lab
