@@ -8,8 +8,8 @@
 #include <algorithm>
 #include <cmath>
 
-#include "kernels/cap_surface.hpp"
 #include "kernels/kernels.hpp"
+#include "models/material.hpp"
 #include "models/parameters.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/principal.hpp"
@@ -108,6 +108,7 @@ public:
         : a_(a),
           v_(v),
           Props(a.Props),
+          mt_(read_material(v.option, a.Props)),
           dbg_((v.debugAlways || (*a.iEl == 487 && *a.Int == 3)) ? 1 : -1) {}
 
     void run();
@@ -154,6 +155,7 @@ private:
     const ModelArgs& a_;
     const Variant& v_;
     const View Props;
+    const HsMaterial mt_;
     const int dbg_;
 
     double gamma_p_E_ = 0.0, p_p_E_ = 0.0;
@@ -220,8 +222,7 @@ void StressPoint::run() {
         // D, iPlast and the copied state variables stay as they are.
         Prs = Prs_0;
     } else {
-        Matriz3(a_.Props, std::abs(Prs_0(3)) <= 0.01 ? Prs_E.data() : Prs_0.data(), D3.data(),
-                v_.option);
+        Matriz3(mt_, std::abs(Prs_0(3)) <= 0.01 ? Prs_E.data() : Prs_0.data(), D3.data());
         wrivec(dbg_, "Prs_E", Prs_E.data(), 3);
         wrimat(dbg_, "D3", D3.data(), 3, 3, 3);
 
@@ -286,7 +287,7 @@ void StressPoint::extra_values() const {
     wrival(dbg_, "Eur", Props(m1::Eur_ref) * fe_);
     wrival(dbg_, "alfa", Props(m1::alpha));
     wrival(dbg_, "beta", Props(kCapStiffness));
-    wrival(dbg_, "xH", xh_cap(3, Props, p, p_p_E_, ccot_, 1.0));
+    wrival(dbg_, "xH", mt_.xh_cap(p, p_p_E_, 1.0));
     wrival(dbg_, "delta", delta_);
     wrival(dbg_, "q_m", q_m(Prs_E));
     wrival(dbg_, "p", p);
@@ -368,7 +369,7 @@ void StressPoint::keep_state() const {
 
 void StressPoint::elastic() {
     note(v_.text->elastic);
-    Matriz6(a_.Props, Prs_0.data(), a_.D, v_.option);
+    Matriz6(mt_, Prs_0.data(), a_.D);
     *a_.iPlast = 0;
     Prs = Prs_E;
     keep_state();
@@ -404,50 +405,23 @@ void StressPoint::step(Kernel k, const StepTexts& t, bool capReturn) {
 
 // Every kernel starts from the trial stresses and the start-of-step state.
 void StressPoint::call(Kernel k, int iArea) {
-    const int iEl = *a_.iEl;
-    const int Int = *a_.Int;
-    const int iElDbg = v_.iElDbg;
-    const int IntDbg = v_.IntDbg;
-    const double* P = a_.Props;
-    const double* StVar0 = a_.StVar0;
-    double* StVar = a_.StVar;
-    int& iPlast = *a_.iPlast;
-    const int IsUndr = *a_.IsUndr;
-    const int option = v_.option;
-    switch (k) {
-        case Kernel::HS:
-            HS_plast(iEl, Int, iElDbg, IntDbg, iArea, P, Prs_E, Prs, StVar0, StVar, iPlast, Prs_0,
-                     IsUndr, D3, 1.0, option);
-            break;
-        case Kernel::MC:
-            MC_plast(iEl, Int, iElDbg, IntDbg, iArea, P, Prs_E, Prs, StVar0, StVar, iPlast, Prs_0,
-                     D3, option);
-            break;
-        case Kernel::TRAC:
-            TRAC_plast(iEl, Int, iElDbg, IntDbg, iArea, P, Prs_E, Prs, StVar0, StVar, iPlast,
-                       Prs_0, D3, option);
-            break;
-        case Kernel::HS_TRAC:
-            HS_TRAC_plast(iEl, Int, iElDbg, IntDbg, iArea, P, Prs_E, Prs, StVar0, StVar, iPlast,
-                          Prs_0, IsUndr, D3, 1.0, option);
-            break;
-        case Kernel::MC_TRAC:
-            MC_TRAC_plast(iEl, Int, iElDbg, IntDbg, iArea, P, Prs_E, Prs, StVar0, StVar, iPlast,
-                          Prs_0, D3, option);
-            break;
-        case Kernel::CAP:
-            CAP_plast(iEl, Int, iElDbg, IntDbg, iArea, P, Prs_E, Prs, StVar0, StVar, iPlast, Prs_0,
-                      IsUndr, D3, 1.0, option);
-            break;
-        case Kernel::HS_CAP:
-            HS_CAP_plast(iEl, Int, iElDbg, IntDbg, iArea, P, Prs_E, Prs, StVar0, StVar, iPlast,
-                         Prs_0, IsUndr, D3, 1.0, option);
-            break;
-        case Kernel::MC_CAP:
-            MC_CAP_plast(iEl, Int, iElDbg, IntDbg, iArea, P, Prs_E, Prs, StVar0, StVar, iPlast,
-                         Prs_0, D3, 1.0, option);
-            break;
-    }
+    KernelCall c;
+    c.iEl = *a_.iEl;
+    c.Int = *a_.Int;
+    c.iElDbg = v_.iElDbg;
+    c.IntDbg = v_.IntDbg;
+    c.iArea = iArea;
+    c.Prs_E = Prs_E;
+    c.Prs_0 = Prs_0;
+    c.D3 = D3;
+    c.HardPar_E = a_.StVar0;
+    c.IsUndr = *a_.IsUndr;
+    c.R = 1.0;
+    static constexpr KernelOutcome (*kKernels[])(const KernelCall&, const HsMaterial&,
+                                                 const KernelOut&) = {
+        &HS_plast, &MC_plast, &TRAC_plast, &HS_TRAC_plast,
+        &MC_TRAC_plast, &CAP_plast, &HS_CAP_plast, &MC_CAP_plast};
+    kKernels[static_cast<int>(k)](c, mt_, KernelOut{Prs, a_.StVar, *a_.iPlast});
 }
 
 // Diagnostics of the step's strain split into elastic and plastic parts,
@@ -546,7 +520,7 @@ void elastic_stiffness(const ModelArgs& a, const Variant& v) {
         // 149.4999999999999 is (1 + 0.495) / (1 - 2 0.495) in double precision.
         *a.BulkW = 2.0 * G / 3.0 * (149.4999999999999 - (1.0 + nu) / (1.0 - 2.0 * nu));
     }
-    Matriz6(a.Props, Prs.data(), a.D, v.option);
+    Matriz6(read_material(v.option, a.Props), Prs.data(), a.D);
 }
 
 void stress_task(const ModelArgs& a, const Variant& v) {

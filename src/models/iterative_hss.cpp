@@ -14,6 +14,7 @@
 #include <cmath>
 
 #include "kernels/kernels.hpp"
+#include "models/material.hpp"
 #include "models/models.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/principal.hpp"
@@ -47,14 +48,28 @@ struct Sample {
     }
 };
 
+// The silent kernel on the triaxial edge (area 2). Only models 1 to 3 are
+// calibrated; any other option ends the run silently.
+void silent_return(const HsMaterial& mt, int option, const Vec3& Prs_E, const Vec3& Prs_0,
+                   const double* hard, Vec3& Prs, double* hardOut, int& iRes) {
+    if (option < 1 || option > 3) stop_run("");
+    KernelCall k;
+    k.iArea = 2;
+    k.Prs_E = Prs_E;
+    k.Prs_0 = Prs_0;
+    k.HardPar_E = hard;
+    HS_CAP_plast_it(k, mt, KernelOut{Prs, hardOut, iRes});
+}
+
 // One load increment dSig: the strains from the inverse elastic matrix at the
 // current principal stresses, the trial stresses split into principal values
 // and returned by the silent kernel on the triaxial edge (area 2). With
 // rotate, the returned principal values are turned back with the trial
 // directions; otherwise they become the axial and lateral stresses directly.
-void load_increment(double* Props, int option, Sample& s, const double* dSig, bool rotate) {
+void load_increment(const HsMaterial& mt, int option, Sample& s, const double* dSig,
+                    bool rotate) {
     double D[36], C[36], dEps[6], trial[6];
-    Matriz6(Props, s.prs.data(), D, option);
+    Matriz6(mt, s.prs.data(), D);
     matinvpiv(D, C, 6);
     matvec(C, 6, dSig, 6, dEps);
     addvec(s.eps, dEps, 1.0, 1.0, 6, s.eps);
@@ -65,7 +80,7 @@ void load_increment(double* Props, int option, Sample& s, const double* dSig, bo
     Vec3 Prs;
     double hardOut[2] = {s.hard[0], s.hard[1]};
     int iRes = 0;
-    HS_CAP_plast_it(2, Props, Prs_E, Prs, s.hard, hardOut, iRes, s.prs, option);
+    silent_return(mt, option, Prs_E, s.prs, s.hard, Prs, hardOut, iRes);
     s.hard[0] = hardOut[0];
     s.hard[1] = hardOut[1];
     s.prs = Prs;
@@ -86,13 +101,14 @@ void load_increment(double* Props, int option, Sample& s, const double* dSig, bo
 // Axial strain at which a drained triaxial test at 100.0 reaches q50: the
 // axial stress goes up by 0.01 per increment, the lateral ones are brought
 // back to 100.0.
-double triaxial_strain_at(double* Props, int option, double q50) {
+double triaxial_strain_at(const double* Props, int option, double q50) {
+    const HsMaterial mt = read_material(option, Props);
     Sample s;
     s.start(100.0, 100.0, 100.0, 1e-09, 100.0);
     if (q50 <= 0.0) return 0.0;
     do {
         const double dSig[6] = {0.01, 100.0 - s.sig[1], 100.0 - s.sig[2], 0.0, 0.0, 0.0};
-        load_increment(Props, option, s, dSig, false);
+        load_increment(mt, option, s, dSig, false);
     } while (!(std::fabs(s.sig[0] - s.sig[2]) >= q50));
     return s.eps[0];
 }
@@ -184,12 +200,13 @@ void Iterative_hss(double* Props_, int option) {
                 const double p = (1.0 + 2.0 * K0) / 3.0;
                 cap = std::pow(qt * qt / (P(14) * P(14)) + p * p, 0.5);
             }
+            const HsMaterial mt = read_material(option, Props_);
             smp = Sample{};
             smp.start(1.0, K0, K0, gamma_p, cap);
             do {
                 const double dSig[6] = {0.01, K0 * smp.sig[0] - smp.sig[1],
                                         K0 * smp.sig[0] - smp.sig[2], 0.0, 0.0, 0.0};
-                load_increment(Props_, option, smp, dSig, true);
+                load_increment(mt, option, smp, dSig, true);
             } while (!(smp.sig[0] >= 500.0));
             const double eps1 = smp.eps[0];
             const double eps3 = smp.eps[2];
