@@ -75,11 +75,6 @@ namespace {
 
 using View = tervak::Props;  // 1-based read-only view of a host array
 
-// Position 15 is the cap stiffness of either variant: beta in model 1,
-// Kur_Kc in model 3.
-constexpr int kCapStiffness = m1::beta;
-static_assert(m3::Kur_Kc == kCapStiffness);
-
 double mean3(const Vec3& x) { return ((x(1) + x(2)) + x(3)) / 3.0; }
 
 // A surface counts as violated from its tolerance up.
@@ -132,25 +127,17 @@ private:
     void strain_split(const double* Sig0, const double* Sig) const;
 
     // Yield values at a principal triple; f13_hs keeps the strength and
-    // stiffness of the start of the step and gamma_p_E.
+    // stiffness of the start of the step and gamma_p_E, and is 1 at and
+    // beyond the strength.
     double f13_hs(const Vec3& P) const {
         const double q = P(1) - P(3);
         if (qf_ <= q) return 1.0;
-        const double qa = qf_ / Props(m1::R_f);
-        return (q / std::abs(qa - q)) * (2.0 * qa / (Props(m1::Ei_ref) * fe_)) -
-               2.0 * q / (fe_ * Props(m1::Eur_ref)) - gamma_p_E_;
+        return HsMaterial::hyperbola(q, mt_.qa(qf_), mt_.E_hyp * fe_, fe_ * mt_.Eur_ref,
+                                     gamma_p_E_);
     }
-    double f13_mc(const Vec3& P) const {
-        const double q = P(1) - P(3);
-        return q / 2.0 - (P(1) + P(3)) / 2.0 * s_ - cphi_;
-    }
-    double q_m(const Vec3& P) const { return P(1) + (delta_ - 1.0) * P(2) - delta_ * P(3); }
-    double f_cap(const Vec3& P) const {
-        const double qt = q_m(P);
-        const double p = mean3(P);
-        return qt * qt / (Props(m1::alpha) * Props(m1::alpha)) + p * p - p_p_E_ * p_p_E_;
-    }
-    double f13_trac(const Vec3& P) const { return -Props(m1::sigma_t) - P(3); }
+    double f13_mc(const Vec3& P) const { return mt_.f13_mc(P); }
+    double f_cap(const Vec3& P) const { return mt_.f_cap(P, p_p_E_); }
+    double f13_trac(const Vec3& P) const { return mt_.f13_trac(P); }
 
     const ModelArgs& a_;
     const Variant& v_;
@@ -159,7 +146,6 @@ private:
     const int dbg_;
 
     double gamma_p_E_ = 0.0, p_p_E_ = 0.0;
-    double s_ = 0.0, cphi_ = 0.0, ccot_ = 0.0, delta_ = 0.0;
     double qf_ = 0.0, fe_ = 0.0;
     double tol_hs_ = 0.0, tol_mc_ = 0.0, tol_cap_ = 0.0, tol_trac_ = 0.0;
     bool hs_ = false, mc_ = false, cap_ = false, trac_ = false;
@@ -248,18 +234,10 @@ void StressPoint::run() {
 }
 
 void StressPoint::yield_values() {
-    const double phi = Props(m1::phi) * kDegToRad;
-    s_ = std::sin(phi);
-    cphi_ = Props(m1::c) * std::cos(phi);
-    ccot_ = cphi_ / s_;
-    delta_ = (3.0 + s_) / (3.0 - s_);
-
-    // Strength and stiffness from the start-of-step minor stress.
-    qf_ = 2.0 * s_ / (1.0 - s_) *
-          std::max(ccot_ + Prs_0(3), std::max(0.0, Props(m1::sigma_t) + ccot_));
-    fe_ = std::pow(std::max(Prs_0(3) * s_ + cphi_, std::max(1.0, cphi_)) /
-                       (Props(m1::p_ref) * s_ + cphi_),
-                   Props(m1::m));
+    // Strength and stiffness from the start-of-step minor stress; the
+    // strength's floor is 0 here, where the kernels' is 1.
+    qf_ = mt_.qf(std::max(mt_.ccot + Prs_0(3), std::max(0.0, mt_.T + mt_.ccot)));
+    fe_ = mt_.stress_factor(Prs_0(3));
 
     const double f_hs = f13_hs(Prs_E);
     const double f_mc = f13_mc(Prs_E);
@@ -277,19 +255,19 @@ void StressPoint::yield_values() {
 
 void StressPoint::extra_values() const {
     const double q = Prs_E(1) - Prs_E(3);
-    const double qa = qf_ / Props(m1::R_f);
+    const double qa = mt_.qa(qf_);
     const double p = mean3(Prs_E);
     wrival(dbg_, "Prs_E(1)-Prs_E(3)", q);
     wrival(dbg_, "qf", qf_);
     wrival(dbg_, "qa", qa);
     wrival(dbg_, "qa-(Prs_E(1)-Prs_E(3))", qa - q);
-    wrival(dbg_, "Ei", Props(m1::Ei_ref) * fe_);
-    wrival(dbg_, "Eur", Props(m1::Eur_ref) * fe_);
-    wrival(dbg_, "alfa", Props(m1::alpha));
-    wrival(dbg_, "beta", Props(kCapStiffness));
+    wrival(dbg_, "Ei", mt_.E_hyp * fe_);
+    wrival(dbg_, "Eur", mt_.Eur_ref * fe_);
+    wrival(dbg_, "alfa", mt_.alpha);
+    wrival(dbg_, "beta", mt_.cap_stiffness);
     wrival(dbg_, "xH", mt_.xh_cap(p, p_p_E_, 1.0));
-    wrival(dbg_, "delta", delta_);
-    wrival(dbg_, "q_m", q_m(Prs_E));
+    wrival(dbg_, "delta", mt_.delta());
+    wrival(dbg_, "q_m", HsMaterial::cap_qt(Prs_E, mt_.delta()));
     wrival(dbg_, "p", p);
     wrival(dbg_, "gamma_p_E", gamma_p_E_);
     wrival(dbg_, "p_p_E", p_p_E_);
@@ -350,10 +328,10 @@ void StressPoint::chain_E() {
 
 // Low mean stress: the point is put on the tension value, unhardened.
 void StressPoint::final_rule() {
-    if (mean3(Prs) < Props(m1::sigma_t)) {
-        Prs(1) = Props(m1::sigma_t);
-        Prs(2) = Props(m1::sigma_t);
-        Prs(3) = Props(m1::sigma_t);
+    if (mean3(Prs) < mt_.T) {
+        Prs(1) = mt_.T;
+        Prs(2) = mt_.T;
+        Prs(3) = mt_.T;
         keep_state();
         *a_.iPlast = 2;
     }
@@ -465,8 +443,8 @@ void StressPoint::strain_split(const double* Sig0, const double* Sig) const {
 // ---------------------------------------------------------------------------
 // Task 1: the hardening pair from the initial stresses. The result is also
 // written back into the host's start-of-step array.
-void initial_state(const ModelArgs& a) {
-    const View Props(a.Props);
+void initial_state(const ModelArgs& a, const Variant& v) {
+    const HsMaterial mt = read_material(v.option, a.Props);
     const View Sig0(a.Sig0);
     const State StVar0(a.StVar0);
     const State StVar(a.StVar);
@@ -474,28 +452,21 @@ void initial_state(const ModelArgs& a) {
     const double sv = -Sig0(2);
     const double p0 = -((Sig0(1) + Sig0(2)) + Sig0(3)) / 3.0;
     const double qx = -Sig0(1) + Sig0(3);
-    const double phi = Props(m1::phi) * kDegToRad;
-    const double s = std::sin(phi);
-    const double co = std::cos(phi);
 
-    const double pc = std::max((2.0 * Props(m1::K0_nc) + 1.0) / 3.0 * sv * Props(m1::OCR), p0);
-    const double qc = std::max((1.0 - Props(m1::K0_nc)) * sv * Props(m1::OCR), qx);
-    const double t = qc / Props(m1::alpha);
+    const double pc = std::max((2.0 * mt.K0 + 1.0) / 3.0 * sv * mt.OCR, p0);
+    const double qc = std::max((1.0 - mt.K0) * sv * mt.OCR, qx);
+    const double t = qc / mt.alpha;
     const double pe = std::pow(pc * pc + t * t, 0.5);
-    const double cphi = Props(m1::c) * co;
-    const double ccot = cphi / s;
 
-    const double qf =
-        2.0 * s / (1.0 - s) * std::max(std::max(Props(m1::sigma_t) + ccot, ccot - Sig0(3)), 1.0);
-    const double qa = qf / Props(m1::R_f);
-    const double fe = std::pow(
-        std::max(cphi - Sig0(3) * s, std::max(1.0, cphi)) / (s * Props(m1::p_ref) + cphi),
-        Props(m1::m));
-    const double gamma_new = 2.0 * qc / (Props(m1::Ei_ref) * fe) * qa / (qa - qc) -
-                             2.0 * qc / (fe * Props(m1::Eur_ref));
+    const double qf = mt.qf(std::max(std::max(mt.T + mt.ccot, mt.ccot - Sig0(3)), 1.0));
+    const double qa = mt.qa(qf);
+    const double fe = mt.stress_factor_of(mt.ccos - Sig0(3) * mt.sinphi);
+    // gamma_p on the hyperbola at the start deviator qc.
+    const double gamma_new =
+        2.0 * qc / (mt.E_hyp * fe) * qa / (qa - qc) - 2.0 * qc / (fe * mt.Eur_ref);
 
     StVar0(m1::sv::gamma_p) = std::max(gamma_new, std::max(StVar0(m1::sv::gamma_p), 1e-10));
-    StVar0(m1::sv::p_p) = std::min(std::min(StVar0(m1::sv::p_p), -1.0), -std::max(ccot, pe));
+    StVar0(m1::sv::p_p) = std::min(std::min(StVar0(m1::sv::p_p), -1.0), -std::max(mt.ccot, pe));
     StVar(m1::sv::gamma_p) = StVar0(m1::sv::gamma_p);
     StVar(m1::sv::p_p) = StVar0(m1::sv::p_p);
 }
@@ -503,24 +474,20 @@ void initial_state(const ModelArgs& a) {
 // Tasks 3 and 6: the elastic matrix at the start stresses and, for an
 // undrained point, the bulk stiffness of the pore water.
 void elastic_stiffness(const ModelArgs& a, const Variant& v) {
-    const View Props(a.Props);
+    const HsMaterial mt = read_material(v.option, a.Props);
     const Vec3 Prs = principal_values(a.Sig0);
     *a.BulkW = 0.0;
     if (*a.IsUndr == 1) {
-        const double phi = Props(m1::phi) * kDegToRad;
-        const double s = std::sin(phi);
-        const double co = std::cos(phi);
-        const double x = std::max(std::max(Props(m1::sigma_t) * s + Props(m1::c) * co,
-                                           Prs(3) * s + Props(m1::c) * co),
-                                  0.0);
-        const double Eur = Props(m1::Eur_ref) *
-                           std::pow(x / (Props(m1::p_ref) * s + Props(m1::c) * co), Props(m1::m));
-        const double nu = Props(m1::nu_ur);
+        // Eur at the minor stress, floored by the tension value and by 0.
+        const double x =
+            std::max(std::max(mt.T * mt.sinphi + mt.ccos, Prs(3) * mt.sinphi + mt.ccos), 0.0);
+        const double Eur = mt.Eur_ref * mt.stress_ratio_pow(x);
+        const double nu = mt.nu_ur;
         const double G = Eur / (2.0 * (1.0 + nu));
         // 149.4999999999999 is (1 + 0.495) / (1 - 2 0.495) in double precision.
         *a.BulkW = 2.0 * G / 3.0 * (149.4999999999999 - (1.0 + nu) / (1.0 - 2.0 * nu));
     }
-    Matriz6(read_material(v.option, a.Props), Prs.data(), a.D);
+    Matriz6(mt, Prs.data(), a.D);
 }
 
 void stress_task(const ModelArgs& a, const Variant& v) {
@@ -530,7 +497,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
 
 void hardening_soil(const ModelArgs& a, const Variant& v) {
     switch (*a.IDTask) {
-        case 1: initial_state(a); break;
+        case 1: initial_state(a, v); break;
         case 2: stress_task(a, v); break;
         case 3:
         case 6: elastic_stiffness(a, v); break;

@@ -53,7 +53,7 @@ struct Variant {
 void hardening_soil(const ModelArgs& a, const Variant& v);
 
 // The task answers, exposed for the benchmarks and tests.
-void initial_state(const ModelArgs& a);                       // task 1
+void initial_state(const ModelArgs& a, const Variant& v);     // task 1
 void elastic_stiffness(const ModelArgs& a, const Variant& v);  // tasks 3 and 6
 void stress_task(const ModelArgs& a, const Variant& v);        // task 2
 

@@ -125,17 +125,16 @@ void Iterative_hss(double* Props_, int option) {
         for (int i = 1; i <= 15; ++i) r << P(i);
         r.write(6);
     }
-    const double phi = P(6) * kDegToRad;
-    const double s = std::sin(phi);
-    const double c = P(5);
-    const double cc = c * std::cos(phi);
-    const double ccot = cc / s;
-    const double pref = P(9);
-    const double T = P(12);
-    const double m = P(4);
-    const double qf_ref = std::max(ccot + pref, std::max(0.0, ccot - T)) * (2.0 * s) / (1.0 - s);
+    // The calibration reads model 1's layout whatever the option.
+    const HsMaterial hs = read_material(1, Props_);
+    const double s = hs.sinphi;
+    const double cc = hs.ccos;
+    const double ccot = hs.ccot;
+    const double pref = hs.pref;
+    const double T = hs.T;
+    const double qf_ref = hs.qf_product_first(std::max(ccot + pref, std::max(0.0, ccot - T)));
     const double q50 = qf_ref / 2.0;
-    const double eps_t = qf_ref / (2.0 * P(1));
+    const double eps_t = qf_ref / (2.0 * hs.E50_ref);
 
     // Initial stiffness of the hyperbola.
     double Ei = P(13);
@@ -171,7 +170,6 @@ void Iterative_hss(double* Props_, int option) {
     }
 
     // Earth-pressure coefficient of normal consolidation.
-    const double delta = (3.0 + s) / (3.0 - s);
     double K0 = P(10);
     Sample smp;  // the last run's sample gives Eoed
     {
@@ -189,16 +187,16 @@ void Iterative_hss(double* Props_, int option) {
             // and the cap through that state.
             double gamma_p, cap;
             {
-                const double qf =
-                    2.0 * s / (1.0 - s) * std::max(std::max(T + ccot, ccot + K0), 1.0);
+                const HsMaterial now = read_material(1, Props_);
+                const double qf = now.qf(std::max(std::max(T + ccot, ccot + K0), 1.0));
                 const double q = std::min(1.0 - K0, qf);
-                const double qa = qf / P(11);
-                const double fe =
-                    std::pow(std::max(s * K0 + cc, std::max(1.0, cc)) / (pref * s + cc), m);
-                gamma_p = (2.0 * q / (P(13) * fe)) * qa / (qa - q) - 2.0 * q / (fe * P(3));
-                const double qt = (delta - 1.0) * K0 + 1.0 - delta * K0;
+                const double qa = now.qa(qf);
+                const double fe = now.stress_factor(K0);
+                gamma_p =
+                    (2.0 * q / (now.E_hyp * fe)) * qa / (qa - q) - 2.0 * q / (fe * now.Eur_ref);
+                const double qt = HsMaterial::cap_qt(Vec3{{1.0, K0, K0}}, now.delta());
                 const double p = (1.0 + 2.0 * K0) / 3.0;
-                cap = std::pow(qt * qt / (P(14) * P(14)) + p * p, 0.5);
+                cap = std::pow(qt * qt / (now.alpha * now.alpha) + p * p, 0.5);
             }
             const HsMaterial mt = read_material(option, Props_);
             smp = Sample{};
@@ -231,8 +229,7 @@ void Iterative_hss(double* Props_, int option) {
 
     // Oedometric stiffness of the last increment, brought back to pref.
     const double sigma1 = smp.sig[2] / K0;
-    const double Eoed =
-        (smp.lastDSig1 / smp.lastDEps1) / std::pow((sigma1 * s + cc) / (pref * s + cc), m);
+    const double Eoed = (smp.lastDSig1 / smp.lastDEps1) / hs.stress_ratio_pow(sigma1 * s + cc);
 
     ListRecord() << "Ei_ref_inter" << Ei << ListRecord::end;
     if (option == 1) ListRecord() << "beta" << P(15) << ListRecord::end;

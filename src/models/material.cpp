@@ -35,6 +35,7 @@ void read_hs(HsMaterial& mt, Props P, int iModel) {
     mt.nu_ur = P(m1::nu_ur);
     mt.Rf = P(m1::R_f);
     mt.K0 = P(m1::K0_nc);
+    mt.OCR = P(m1::OCR);
     mt.alpha = P(m1::alpha);
     derive(mt, P(m1::phi), P(m1::psi));
     mt.stress_dependent_elasticity = true;
@@ -62,6 +63,7 @@ void read_hss(HsMaterial& mt, Props P, int iModel) {
     mt.nu_ur = P(m2::nu_ur);
     mt.Rf = P(m2::R_f);
     mt.K0 = P(m2::K0_nc);
+    mt.OCR = P(m2::OCR);
     mt.alpha = P(m2::alpha);
     derive(mt, P(m2::phi), P(m2::psi));
     mt.dilatancy = DilatancyLaw::Contractant;

@@ -63,7 +63,8 @@ struct HsMaterial {
     double pref = 0.0;     // reference pressure
     double nu_ur = 0.0;
     double Rf = 0.0;
-    double K0 = 0.0;  // earth-pressure ratio in normal consolidation
+    double K0 = 0.0;   // earth-pressure ratio in normal consolidation
+    double OCR = 0.0;  // scale of the initial vertical stress to the preconsolidation state
     // Cap.
     double alpha = 0.0;
     double cap_stiffness = 0.0;  // beta, or the bulk-modulus ratio of the BulkRatio law
@@ -77,10 +78,12 @@ struct HsMaterial {
     double qf_product_first(double x) const { return x * (2.0 * sinphi) / (1.0 - sinphi); }
     double qa(double qf_) const { return qf_ / Rf; }
 
-    // Stress factor of the stiffnesses for the minor-stress term x =
-    // s3 sin(phi) + c cos(phi), floored at max(1, c cos(phi)).
+    // The stiffnesses' stress factor for a minor-stress term x = s3 sin(phi)
+    // + c cos(phi) already floored: (x / (pref sin(phi) + c cos(phi)))^m.
+    double stress_ratio_pow(double x) const { return std::pow(x / (pref * sinphi + ccos), m); }
+    // The same with the usual floor max(1, c cos(phi)) on x.
     double stress_factor_of(double x) const {
-        return std::pow(std::max(x, std::max(1.0, ccos)) / (pref * sinphi + ccos), m);
+        return stress_ratio_pow(std::max(x, std::max(1.0, ccos)));
     }
     double stress_factor(double s3) const { return stress_factor_of(s3 * sinphi + ccos); }
 
