@@ -25,10 +25,12 @@ inline Vec3 triple(const double* p) {
     return v;
 }
 
-// The host's point, traced point, area and trial stresses.
+// The call record of a host's arguments. Prs_0, IsUndr and R are null where
+// the kernel family has no such argument (a zero triple, 0 and 1 are used).
 inline KernelCall call_record(const int32_t* iEl, const int32_t* Int, const int32_t* iElDbg,
                               const int32_t* IntDbg, const int32_t* iArea, const double* Prs_E,
-                              const double* HardPar_E, const double* D3) {
+                              const double* HardPar_E, const double* Prs_0,
+                              const int32_t* IsUndr, const double* D3, const double* R) {
     KernelCall k;
     k.iEl = *iEl;
     k.Int = *Int;
@@ -37,7 +39,10 @@ inline KernelCall call_record(const int32_t* iEl, const int32_t* Int, const int3
     k.iArea = *iArea;
     k.Prs_E = triple(Prs_E);
     k.HardPar_E = HardPar_E;
+    if (Prs_0 != nullptr) k.Prs_0 = triple(Prs_0);
+    if (IsUndr != nullptr) k.IsUndr = *IsUndr;
     if (D3 != nullptr) std::memcpy(k.D3.a, D3, sizeof k.D3.a);
+    if (R != nullptr) k.R = *R;
     return k;
 }
 

@@ -5,38 +5,18 @@
 #include "abi/kernel_call.hpp"
 #include "toolkit/records.hpp"
 
-namespace {
+#define TERVAK_HS_FAMILY(name, kernel)                                                         \
+    TERVAK_API void name(TERVAK_KERNEL16_PARAMS) noexcept {                                    \
+        tervak::abi::run(&tervak::kernel,                                                      \
+                         tervak::abi::call_record(iEl, Int, iElDbg, IntDbg, iArea, Prs_E,      \
+                                                  HardPar_E, Prs_0, IsUndr, D3, R),            \
+                         iModel, Props, Prs, HardPar, iPlast);                                 \
+    }
 
-void hs_family(tervak::abi::Kernel kernel, TERVAK_KERNEL16_PARAMS) {
-    tervak::KernelCall k = tervak::abi::call_record(iEl, Int, iElDbg, IntDbg, iArea, Prs_E,
-                                                    HardPar_E, D3);
-    k.Prs_0 = tervak::abi::triple(Prs_0);
-    k.IsUndr = *IsUndr;
-    k.R = *R;
-    tervak::abi::run(kernel, k, iModel, Props, Prs, HardPar, iPlast);
-}
-
-}  // namespace
-
-#define TERVAK_KERNEL16_ARGS                                                                 \
-    iEl, Int, iElDbg, IntDbg, iArea, Props, Prs_E, Prs, HardPar_E, HardPar, iPlast, Prs_0,  \
-        IsUndr, D3, R, iModel
-
-TERVAK_API void hs_plast_(TERVAK_KERNEL16_PARAMS) noexcept {
-    hs_family(&tervak::HS_plast, TERVAK_KERNEL16_ARGS);
-}
-
-TERVAK_API void hs_trac_plast_(TERVAK_KERNEL16_PARAMS) noexcept {
-    hs_family(&tervak::HS_TRAC_plast, TERVAK_KERNEL16_ARGS);
-}
-
-TERVAK_API void hs_cap_plast_(TERVAK_KERNEL16_PARAMS) noexcept {
-    hs_family(&tervak::HS_CAP_plast, TERVAK_KERNEL16_ARGS);
-}
-
-TERVAK_API void cap_plast_(TERVAK_KERNEL16_PARAMS) noexcept {
-    hs_family(&tervak::CAP_plast, TERVAK_KERNEL16_ARGS);
-}
+TERVAK_HS_FAMILY(hs_plast_, HS_plast)
+TERVAK_HS_FAMILY(hs_trac_plast_, HS_TRAC_plast)
+TERVAK_HS_FAMILY(hs_cap_plast_, HS_CAP_plast)
+TERVAK_HS_FAMILY(cap_plast_, CAP_plast)
 
 // MC_CAP_plast: the factor in place of IsUndr and R.
 TERVAK_API void mc_cap_plast_(int32_t* iEl, int32_t* Int, int32_t* iElDbg, int32_t* IntDbg,
@@ -44,11 +24,10 @@ TERVAK_API void mc_cap_plast_(int32_t* iEl, int32_t* Int, int32_t* iElDbg, int32
                               double* HardPar_E, double* HardPar, int32_t* iPlast,
                               double* Prs_0, double* D3, double* factor,
                               int32_t* iModel) noexcept {
-    tervak::KernelCall k = tervak::abi::call_record(iEl, Int, iElDbg, IntDbg, iArea, Prs_E,
-                                                    HardPar_E, D3);
-    k.Prs_0 = tervak::abi::triple(Prs_0);
-    k.R = *factor;
-    tervak::abi::run(&tervak::MC_CAP_plast, k, iModel, Props, Prs, HardPar, iPlast);
+    tervak::abi::run(&tervak::MC_CAP_plast,
+                     tervak::abi::call_record(iEl, Int, iElDbg, IntDbg, iArea, Prs_E, HardPar_E,
+                                              Prs_0, nullptr, D3, factor),
+                     iModel, Props, Prs, HardPar, iPlast);
 }
 
 // HS_CAP_plast_it: only models 1 to 3 are calibrated; any other number ends
@@ -58,8 +37,8 @@ TERVAK_API void hs_cap_plast_it_(int32_t* iArea, double* Props, double* Prs_E, d
                                  double* Prs_0, int32_t* iModel) noexcept {
     if (*iModel < 1 || *iModel > 3) tervak::stop_run("");
     const int32_t none = 0;
-    tervak::KernelCall k = tervak::abi::call_record(&none, &none, &none, &none, iArea, Prs_E,
-                                                    HardPar_E, nullptr);
-    k.Prs_0 = tervak::abi::triple(Prs_0);
-    tervak::abi::run(&tervak::HS_CAP_plast_it, k, iModel, Props, Prs, HardPar, iRes);
+    tervak::abi::run(&tervak::HS_CAP_plast_it,
+                     tervak::abi::call_record(&none, &none, &none, &none, iArea, Prs_E, HardPar_E,
+                                              Prs_0, nullptr, nullptr, nullptr),
+                     iModel, Props, Prs, HardPar, iRes);
 }

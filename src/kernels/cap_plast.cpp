@@ -45,14 +45,8 @@ KernelOutcome cap_area(capret::CapSet<N>& set, const KernelCall& k, const Kernel
     rm::run_loop(o, set, k.Prs_E, k.D3, s);
     const double h1 = k.HardPar_E[0];
     const double h2 = k.HardPar_E[1];
-    out.Prs = s.Prs;
     out.HardPar[0] = h1;
-    out.HardPar[1] = std::min(-set.pc, h2);
-    const bool ok = o.ok(s);
-    KernelOutcome r = rm::outcome(s, ok);
-    r.pc = set.pc;
-    rm::verdict_line(k, ok);
-    return r;
+    return capret::hand_back(set, s, k, out, o, h2);
 }
 
 }  // namespace

@@ -77,4 +77,19 @@ struct CapSet {
     void harden(const double (&xLam)[N]) { pc = std::max(pc_E + xLam[ic] * xh, pc_E); }
 };
 
+// Hands a cap return back: the stresses, the cap (which only grows from its
+// stored start value h2), the outcome with the trial cap pressure, and the
+// verdict line at the traced point.
+template <int N>
+KernelOutcome hand_back(const CapSet<N>& set, const rm::ReturnState<N>& s, const KernelCall& k,
+                        const KernelOut& out, const rm::EngineOptions& o, double h2) {
+    out.Prs = s.Prs;
+    out.HardPar[1] = std::min(-set.pc, h2);
+    const bool ok = o.ok(s);
+    KernelOutcome r = rm::outcome(s, ok);
+    r.pc = set.pc;
+    rm::verdict_line(k, ok);
+    return r;
+}
+
 }  // namespace tervak::capret

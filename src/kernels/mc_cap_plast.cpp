@@ -29,13 +29,7 @@ KernelOutcome mc_cap_area(const rm::PlaneFace (&faces)[N - 1], const HsMaterial&
     rm::ReturnState<N> s;
     rm::first_step(set, k.Prs_E, k.D3, s);
     rm::run_loop(rm::kEdge, set, k.Prs_E, k.D3, s);
-    out.Prs = s.Prs;
-    out.HardPar[1] = std::min(-set.pc, h2);
-    const bool ok = rm::kEdge.ok(s);
-    KernelOutcome r = rm::outcome(s, ok);
-    r.pc = set.pc;
-    rm::verdict_line(k, ok);
-    return r;
+    return capret::hand_back(set, s, k, out, rm::kEdge, h2);
 }
 
 }  // namespace

@@ -113,10 +113,114 @@ double triaxial_strain_at(const double* Props, int option, double q50) {
     return s.eps[0];
 }
 
+
+// A search by steps on one parameter: the step shrinks when the direction
+// turns, and after a number of runs the counter restarts with the fine step.
+struct Search {
+    double step;
+    int fineAfter;
+    int direction = 1;
+    int counter = 0;
+
+    void count() {
+        counter = counter + 1;
+        if (counter == fineAfter) {
+            counter = 0;
+            step = kFineStep;
+        }
+    }
+};
+
+// Initial stiffness of the hyperbola: triaxial runs until the strain at q50
+// lies within 0.1 % of eps_t. Writes every trial value to Props(13).
+double find_Ei(double* Props_, int option, double q50, double eps_t) {
+    double Ei = Props_[12];
+    Search sr{0.01, 101};
+    for (;;) {
+        sr.count();
+        const double eps1 = triaxial_strain_at(Props_, option, q50);
+        if (eps1 > 1.001 * eps_t) {
+            if (sr.direction < 0) sr.step = sr.step * 0.99;
+            Ei = (1.0 + sr.step) * Ei;
+            Props_[12] = Ei;
+            ListRecord() << "increase Ei_ref_inter to" << Ei << ListRecord::end;
+            sr.direction = 1;
+        } else if (eps1 < 0.999 * eps_t) {
+            if (sr.direction > 0) sr.step = sr.step * 0.99;
+            Ei = (1.0 - sr.step) * Ei;
+            Props_[12] = Ei;
+            ListRecord() << "reduce Ei_ref_inter to" << Ei << ListRecord::end;
+            sr.direction = -1;
+        } else {
+            ListRecord() << "Ei_ref_inter is determined:" << Ei << ListRecord::end;
+            Props_[12] = Ei;
+            return Ei;
+        }
+    }
+}
+
+// Hardening pair of the start state (1.0, K0, K0): the hyperbolic gamma_p at
+// the start deviator (capped at the failure deviator) and the cap through
+// that state.
+void start_pair(const double* Props_, double K0, double& gamma_p, double& cap) {
+    const HsMaterial now = read_material(1, Props_);
+    const double qf = now.qf(std::max(std::max(now.T + now.ccot, now.ccot + K0), 1.0));
+    const double q = std::min(1.0 - K0, qf);
+    const double qa = now.qa(qf);
+    const double fe = now.stress_factor(K0);
+    gamma_p = (2.0 * q / (now.E_hyp * fe)) * qa / (qa - q) - 2.0 * q / (fe * now.Eur_ref);
+    const double qt = HsMaterial::cap_qt(Vec3{{1.0, K0, K0}}, now.delta());
+    const double p = (1.0 + 2.0 * K0) / 3.0;
+    cap = std::pow(qt * qt / (now.alpha * now.alpha) + p * p, 0.5);
+}
+
+// A one-dimensional loading on the path sigma3 = K0 sigma1 up to 500.0.
+void oedometer_run(const double* Props_, int option, double K0, Sample& smp) {
+    double gamma_p, cap;
+    start_pair(Props_, K0, gamma_p, cap);
+    const HsMaterial mt = read_material(option, Props_);
+    smp = Sample{};
+    smp.start(1.0, K0, K0, gamma_p, cap);
+    do {
+        const double dSig[6] = {0.01, K0 * smp.sig[0] - smp.sig[1],
+                                K0 * smp.sig[0] - smp.sig[2], 0.0, 0.0, 0.0};
+        load_increment(mt, option, smp, dSig, true);
+    } while (!(smp.sig[0] >= 500.0));
+}
+
+// Earth-pressure coefficient of normal consolidation: oedometer runs until
+// the lateral strain is within 0.01 % of the axial one. Writes every trial
+// value to Props(10); smp keeps the last run.
+double find_K0(double* Props_, int option, Sample& smp) {
+    double K0 = Props_[9];
+    Search sr{0.005, 61};
+    for (;;) {
+        sr.count();
+        oedometer_run(Props_, option, K0, smp);
+        const double eps1 = smp.eps[0];
+        const double eps3 = smp.eps[2];
+        const double tol = 0.0001 * std::fabs(eps1);
+        if (eps3 > tol) {
+            if (sr.direction < 0) sr.step = std::max(sr.step * 0.8, 1e-07);
+            K0 = K0 * (1.0 - sr.step);
+            Props_[9] = K0;
+            ListRecord() << "reduce K0_nc_inter to" << K0 << ListRecord::end;
+            sr.direction = 1;
+        } else if (eps3 < -tol) {
+            if (sr.direction > 0) sr.step = std::max(sr.step * 0.8, 1e-07);
+            K0 = K0 * (1.0 + sr.step);
+            Props_[9] = K0;
+            ListRecord() << "increase K0_nc_inter to" << K0 << ListRecord::end;
+            sr.direction = -1;
+        } else {
+            return K0;
+        }
+    }
+}
+
 }  // namespace
 
 void Iterative_hss(double* Props_, int option) {
-    double* Pw = Props_;  // written in place: 10 and 13
     const Props P(Props_);
     say("Iterative_hss started");
     {
@@ -127,109 +231,19 @@ void Iterative_hss(double* Props_, int option) {
     }
     // The calibration reads model 1's layout whatever the option.
     const HsMaterial hs = read_material(1, Props_);
-    const double s = hs.sinphi;
-    const double cc = hs.ccos;
-    const double ccot = hs.ccot;
-    const double pref = hs.pref;
-    const double T = hs.T;
-    const double qf_ref = hs.qf_product_first(std::max(ccot + pref, std::max(0.0, ccot - T)));
+    const double qf_ref =
+        hs.qf_product_first(std::max(hs.ccot + hs.pref, std::max(0.0, hs.ccot - hs.T)));
     const double q50 = qf_ref / 2.0;
     const double eps_t = qf_ref / (2.0 * hs.E50_ref);
 
-    // Initial stiffness of the hyperbola.
-    double Ei = P(13);
-    {
-        double step = 0.01;
-        int direction = 1;
-        int counter = 0;
-        for (;;) {
-            counter = counter + 1;
-            if (counter == 101) {
-                counter = 0;
-                step = kFineStep;
-            }
-            const double eps1 = triaxial_strain_at(Props_, option, q50);
-            if (eps1 > 1.001 * eps_t) {
-                if (direction < 0) step = step * 0.99;
-                Ei = (1.0 + step) * Ei;
-                Pw[12] = Ei;
-                ListRecord() << "increase Ei_ref_inter to" << Ei << ListRecord::end;
-                direction = 1;
-            } else if (eps1 < 0.999 * eps_t) {
-                if (direction > 0) step = step * 0.99;
-                Ei = (1.0 - step) * Ei;
-                Pw[12] = Ei;
-                ListRecord() << "reduce Ei_ref_inter to" << Ei << ListRecord::end;
-                direction = -1;
-            } else {
-                ListRecord() << "Ei_ref_inter is determined:" << Ei << ListRecord::end;
-                Pw[12] = Ei;
-                break;
-            }
-        }
-    }
-
-    // Earth-pressure coefficient of normal consolidation.
-    double K0 = P(10);
+    const double Ei = find_Ei(Props_, option, q50, eps_t);
     Sample smp;  // the last run's sample gives Eoed
-    {
-        double step = 0.005;
-        int direction = 1;
-        int counter = 0;
-        for (;;) {
-            counter = counter + 1;
-            if (counter == 61) {
-                counter = 0;
-                step = kFineStep;
-            }
-            // Hardening pair of the start state (1.0, K0, K0): the hyperbolic
-            // gamma_p at the start deviator (capped at the failure deviator)
-            // and the cap through that state.
-            double gamma_p, cap;
-            {
-                const HsMaterial now = read_material(1, Props_);
-                const double qf = now.qf(std::max(std::max(T + ccot, ccot + K0), 1.0));
-                const double q = std::min(1.0 - K0, qf);
-                const double qa = now.qa(qf);
-                const double fe = now.stress_factor(K0);
-                gamma_p =
-                    (2.0 * q / (now.E_hyp * fe)) * qa / (qa - q) - 2.0 * q / (fe * now.Eur_ref);
-                const double qt = HsMaterial::cap_qt(Vec3{{1.0, K0, K0}}, now.delta());
-                const double p = (1.0 + 2.0 * K0) / 3.0;
-                cap = std::pow(qt * qt / (now.alpha * now.alpha) + p * p, 0.5);
-            }
-            const HsMaterial mt = read_material(option, Props_);
-            smp = Sample{};
-            smp.start(1.0, K0, K0, gamma_p, cap);
-            do {
-                const double dSig[6] = {0.01, K0 * smp.sig[0] - smp.sig[1],
-                                        K0 * smp.sig[0] - smp.sig[2], 0.0, 0.0, 0.0};
-                load_increment(mt, option, smp, dSig, true);
-            } while (!(smp.sig[0] >= 500.0));
-            const double eps1 = smp.eps[0];
-            const double eps3 = smp.eps[2];
-            const double tol = 0.0001 * std::fabs(eps1);
-            if (eps3 > tol) {
-                if (direction < 0) step = std::max(step * 0.8, 1e-07);
-                K0 = K0 * (1.0 - step);
-                Pw[9] = K0;
-                ListRecord() << "reduce K0_nc_inter to" << K0 << ListRecord::end;
-                direction = 1;
-            } else if (eps3 < -tol) {
-                if (direction > 0) step = std::max(step * 0.8, 1e-07);
-                K0 = K0 * (1.0 + step);
-                Pw[9] = K0;
-                ListRecord() << "increase K0_nc_inter to" << K0 << ListRecord::end;
-                direction = -1;
-            } else {
-                break;
-            }
-        }
-    }
+    const double K0 = find_K0(Props_, option, smp);
 
     // Oedometric stiffness of the last increment, brought back to pref.
     const double sigma1 = smp.sig[2] / K0;
-    const double Eoed = (smp.lastDSig1 / smp.lastDEps1) / hs.stress_ratio_pow(sigma1 * s + cc);
+    const double Eoed =
+        (smp.lastDSig1 / smp.lastDEps1) / hs.stress_ratio_pow(sigma1 * hs.sinphi + hs.ccos);
 
     ListRecord() << "Ei_ref_inter" << Ei << ListRecord::end;
     if (option == 1) ListRecord() << "beta" << P(15) << ListRecord::end;

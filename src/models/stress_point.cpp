@@ -10,52 +10,40 @@ namespace tervak::sp {
 // Message tables. A step's texts are its message, the message with ", AREA=2"
 // and ", AREA=3" appended, and the two labels of the returned stresses.
 
-#define TERVAK_POINT_EN "POINT OUT OF "
-#define TERVAK_PRS_EN "Prs AFTER RETURN MAPPING IN "
-#define TERVAK_POINT_ES "PUNTO FUERA DE "
-#define TERVAK_PRS_ES "Prs TRAS RETURN MAPPING EN "
 #define TERVAK_STEP(POINT, SURF, PRS, X)                                                  \
     StepTexts {                                                                           \
         POINT SURF, POINT SURF ", AREA=2", POINT SURF ", AREA=3", PRS X, PRS X ", AREA 2,3" \
     }
+// One language: the elastic message, the words before a surface and before
+// the returned stresses, the conjunction, and the final-stress line. The
+// tension step's area-3 message names f12, Mohr-Coulomb with tension has no
+// area-2 message, and "HS Y TRAC" keeps its capital Y in both languages:
+// those are their texts.
+#define TERVAK_MESSAGES(ELASTIC, POINT, PRS, AND, FINAL)                                   \
+    Messages {                                                                             \
+        ELASTIC, TERVAK_STEP(POINT, "f13_hs", PRS, "HS"),                                  \
+            TERVAK_STEP(POINT, "f13_mc", PRS, "MC"),                                       \
+            StepTexts{POINT "f13_trac", POINT "f13_trac, AREA=2", POINT "f12, AREA=3",     \
+                      PRS "TRAC", PRS "TRAC, AREA 2,3"},                                   \
+            TERVAK_STEP(POINT, "f13_hs " AND " f13_trac", PRS, "HS Y TRAC"),               \
+            StepTexts{POINT "f13_mc " AND " f13_trac", "",                                 \
+                      POINT "f13_mc " AND " f13_trac, AREA=3", PRS "MC " AND " TRAC",      \
+                      PRS "MC " AND " TRAC, AREA 2,3"},                                    \
+            TERVAK_STEP(POINT, "f_cap", PRS, "CAP"),                                       \
+            TERVAK_STEP(POINT, "f13_hs " AND " f_cap", PRS, "HS " AND " CAP"),             \
+            TERVAK_STEP(POINT, "f13_mc " AND " f_cap", PRS, "MC " AND " CAP"), FINAL       \
+    }
 
-const Messages kEnglish{
-    "ELASTIC CALCULATION STEP, WITHIN f13_hs, f13_mc, f_cap and f13_trac",
-    TERVAK_STEP(TERVAK_POINT_EN, "f13_hs", TERVAK_PRS_EN, "HS"),
-    TERVAK_STEP(TERVAK_POINT_EN, "f13_mc", TERVAK_PRS_EN, "MC"),
-    // The tension step's area-3 message names f12; that is its text.
-    StepTexts{TERVAK_POINT_EN "f13_trac", TERVAK_POINT_EN "f13_trac, AREA=2",
-              TERVAK_POINT_EN "f12, AREA=3", TERVAK_PRS_EN "TRAC", TERVAK_PRS_EN "TRAC, AREA 2,3"},
-    TERVAK_STEP(TERVAK_POINT_EN, "f13_hs and f13_trac", TERVAK_PRS_EN, "HS Y TRAC"),
-    // Mohr-Coulomb with tension has no area-2 message.
-    StepTexts{TERVAK_POINT_EN "f13_mc and f13_trac", "",
-              TERVAK_POINT_EN "f13_mc and f13_trac, AREA=3", TERVAK_PRS_EN "MC and TRAC",
-              TERVAK_PRS_EN "MC and TRAC, AREA 2,3"},
-    TERVAK_STEP(TERVAK_POINT_EN, "f_cap", TERVAK_PRS_EN, "CAP"),
-    TERVAK_STEP(TERVAK_POINT_EN, "f13_hs and f_cap", TERVAK_PRS_EN, "HS and CAP"),
-    TERVAK_STEP(TERVAK_POINT_EN, "f13_mc and f_cap", TERVAK_PRS_EN, "MC and CAP"),
-    ""};
+const Messages kEnglish = TERVAK_MESSAGES(
+    "ELASTIC CALCULATION STEP, WITHIN f13_hs, f13_mc, f_cap and f13_trac", "POINT OUT OF ",
+    "Prs AFTER RETURN MAPPING IN ", "and", "");
 
-const Messages kSpanish{
-    "PASO DE CÁLCULO ELÁSTICO, DENTRO DE f13_hs, f13_mc, f_cap y f13_trac",
-    TERVAK_STEP(TERVAK_POINT_ES, "f13_hs", TERVAK_PRS_ES, "HS"),
-    TERVAK_STEP(TERVAK_POINT_ES, "f13_mc", TERVAK_PRS_ES, "MC"),
-    StepTexts{TERVAK_POINT_ES "f13_trac", TERVAK_POINT_ES "f13_trac, AREA=2",
-              TERVAK_POINT_ES "f12, AREA=3", TERVAK_PRS_ES "TRAC", TERVAK_PRS_ES "TRAC, AREA 2,3"},
-    TERVAK_STEP(TERVAK_POINT_ES, "f13_hs y f13_trac", TERVAK_PRS_ES, "HS Y TRAC"),
-    StepTexts{TERVAK_POINT_ES "f13_mc y f13_trac", "",
-              TERVAK_POINT_ES "f13_mc y f13_trac, AREA=3", TERVAK_PRS_ES "MC y TRAC",
-              TERVAK_PRS_ES "MC y TRAC, AREA 2,3"},
-    TERVAK_STEP(TERVAK_POINT_ES, "f_cap", TERVAK_PRS_ES, "CAP"),
-    TERVAK_STEP(TERVAK_POINT_ES, "f13_hs y f_cap", TERVAK_PRS_ES, "HS y CAP"),
-    TERVAK_STEP(TERVAK_POINT_ES, "f13_mc y f_cap", TERVAK_PRS_ES, "MC y CAP"),
-    "Las tensiones ppales al final de este paso de cálculo son Prs="};
+const Messages kSpanish = TERVAK_MESSAGES(
+    "PASO DE CÁLCULO ELÁSTICO, DENTRO DE f13_hs, f13_mc, f_cap y f13_trac", "PUNTO FUERA DE ",
+    "Prs TRAS RETURN MAPPING EN ", "y", "Las tensiones ppales al final de este paso de cálculo son Prs=");
 
+#undef TERVAK_MESSAGES
 #undef TERVAK_STEP
-#undef TERVAK_PRS_ES
-#undef TERVAK_POINT_ES
-#undef TERVAK_PRS_EN
-#undef TERVAK_POINT_EN
 
 // ---------------------------------------------------------------------------
 // Decision tables.
