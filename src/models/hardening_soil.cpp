@@ -261,32 +261,31 @@ void StressPoint::strain_split(const double* Sig0, const double* Sig) const {
     static constexpr std::string_view kElastic[3] = {"dEps_el(1)", "dEps_el(2)", "dEps_el(3)"};
     static constexpr std::string_view kPlastic[3] = {"dEps_pl(1)", "dEps_pl(2)", "dEps_pl(3)"};
 
-    double dSig_real[6];
+    const View dEps(a_.dEps);
+    Vec6 dSig_real, dEps_el, dEps_pl;
     double Dinv[36];
-    double dEps_el[6];
-    double dEps_pl[6];
-    addvec(Sig, Sig0, 1.0, -1.0, 6, dSig_real);
+    addvec(Sig, Sig0, 1.0, -1.0, 6, dSig_real.data());
     matinvpiv(a_.D, Dinv, 6);
-    matvec(Dinv, 6, dSig_real, 6, dEps_el);
-    addvec(a_.dEps, dEps_el, 1.0, -1.0, 6, dEps_pl);
+    matvec(Dinv, 6, dSig_real.data(), 6, dEps_el.data());
+    addvec(a_.dEps, dEps_el.data(), 1.0, -1.0, 6, dEps_pl.data());
 
-    for (int k = 0; k < 3; ++k) {
+    for (int k = 1; k <= 3; ++k) {
         say(kDashes);
-        wrival(dbg_, kTotal[k], a_.dEps[k]);
-        wrival(dbg_, kElastic[k], dEps_el[k]);
-        wrival(dbg_, kPlastic[k], dEps_pl[k]);
+        wrival(dbg_, kTotal[k - 1], dEps(k));
+        wrival(dbg_, kElastic[k - 1], dEps_el(k));
+        wrival(dbg_, kPlastic[k - 1], dEps_pl(k));
     }
     say(kDashes);
-    wrival(dbg_, "dEps_vol", (a_.dEps[0] + a_.dEps[1]) + a_.dEps[2]);
-    wrival(dbg_, "dEps_vol_el", (dEps_el[0] + dEps_el[1]) + dEps_el[2]);
-    wrival(dbg_, "dEps_vol_pl", (dEps_pl[0] + dEps_pl[1]) + dEps_pl[2]);
+    wrival(dbg_, "dEps_vol", (dEps(1) + dEps(2)) + dEps(3));
+    wrival(dbg_, "dEps_vol_el", (dEps_el(1) + dEps_el(2)) + dEps_el(3));
+    wrival(dbg_, "dEps_vol_pl", (dEps_pl(1) + dEps_pl(2)) + dEps_pl(3));
     say(kDashes);
     wrivec(dbg_, "Prs_0", Prs_0.data(), 3);
     wrivec(dbg_, "Prs", Prs.data(), 3);
     say(kDashes);
-    wrival(dbg_, "dSig_real(el)(2)", -dSig_real[1]);
-    wrival(dbg_, "dSig_real(el)(1)", -dSig_real[0]);
-    wrival(dbg_, "dSig_real(el)(3)", -dSig_real[2]);
+    wrival(dbg_, "dSig_real(el)(2)", -dSig_real(2));
+    wrival(dbg_, "dSig_real(el)(1)", -dSig_real(1));
+    wrival(dbg_, "dSig_real(el)(3)", -dSig_real(3));
 }
 
 }  // namespace

@@ -32,17 +32,17 @@ constexpr double kFineStep = 0.0010000000474974513;
 // The state of one simulated sample (compression positive).
 struct Sample {
     Vec3 prs;            // current principal stresses, descending
-    double sig[6] = {};  // current stresses, from which the load steps are measured
-    double eps[6] = {};  // accumulated strains
+    Vec6 sig;            // current stresses, from which the load steps are measured
+    Vec6 eps;            // accumulated strains
     double hard[2] = {};  // gamma_p and the cap pressure (positive)
     double lastDSig1 = 0.0;
     double lastDEps1 = 0.0;
 
     void start(double s1, double s2, double s3, double gamma_p, double cap) {
         prs = Vec3{{s1, s2, s3}};
-        sig[0] = s1;
-        sig[1] = s2;
-        sig[2] = s3;
+        sig(1) = s1;
+        sig(2) = s2;
+        sig(3) = s3;
         hard[0] = gamma_p;
         hard[1] = cap;
     }
@@ -66,16 +66,17 @@ void silent_return(const HsMaterial& mt, int option, const Vec3& Prs_E, const Ve
 // and returned by the silent kernel on the triaxial edge (area 2). With
 // rotate, the returned principal values are turned back with the trial
 // directions; otherwise they become the axial and lateral stresses directly.
-void load_increment(const HsMaterial& mt, int option, Sample& s, const double* dSig,
+void load_increment(const HsMaterial& mt, int option, Sample& s, const Vec6& dSig,
                     bool rotate) {
-    double D[36], C[36], dEps[6], trial[6];
+    double D[36], C[36];
+    Vec6 dEps, trial;
     Matriz6(mt, s.prs.data(), D);
     matinvpiv(D, C, 6);
-    matvec(C, 6, dSig, 6, dEps);
-    addvec(s.eps, dEps, 1.0, 1.0, 6, s.eps);
-    addvec(s.sig, dSig, 1.0, 1.0, 6, trial);
+    matvec(C, 6, dSig.data(), 6, dEps.data());
+    addvec(s.eps.data(), dEps.data(), 1.0, 1.0, 6, s.eps.data());
+    addvec(s.sig.data(), dSig.data(), 1.0, 1.0, 6, trial.data());
     double xN1[3], xN2[3], xN3[3], S1, S2, S3, P, Q;
-    prnsig(1, trial, xN1, xN2, xN3, S1, S2, S3, P, Q);
+    prnsig(1, trial.data(), xN1, xN2, xN3, S1, S2, S3, P, Q);
     const Vec3 Prs_E{{S3, S2, S1}};
     Vec3 Prs;
     double hardOut[2] = {s.hard[0], s.hard[1]};
@@ -85,17 +86,12 @@ void load_increment(const HsMaterial& mt, int option, Sample& s, const double* d
     s.hard[1] = hardOut[1];
     s.prs = Prs;
     if (rotate) {
-        carsig(Prs(3), Prs(2), Prs(1), xN1, xN2, xN3, s.sig);
+        carsig(Prs(3), Prs(2), Prs(1), xN1, xN2, xN3, s.sig.data());
     } else {
-        s.sig[0] = Prs(1);
-        s.sig[1] = Prs(2);
-        s.sig[2] = Prs(3);
-        s.sig[3] = 0.0;
-        s.sig[4] = 0.0;
-        s.sig[5] = 0.0;
+        s.sig = Vec6{{Prs(1), Prs(2), Prs(3), 0.0, 0.0, 0.0}};
     }
-    s.lastDSig1 = dSig[0];
-    s.lastDEps1 = dEps[0];
+    s.lastDSig1 = dSig(1);
+    s.lastDEps1 = dEps(1);
 }
 
 // Axial strain at which a drained triaxial test at 100.0 reaches q50: the
@@ -107,10 +103,10 @@ double triaxial_strain_at(const double* Props, int option, double q50) {
     s.start(100.0, 100.0, 100.0, 1e-09, 100.0);
     if (q50 <= 0.0) return 0.0;
     do {
-        const double dSig[6] = {0.01, 100.0 - s.sig[1], 100.0 - s.sig[2], 0.0, 0.0, 0.0};
+        const Vec6 dSig{{0.01, 100.0 - s.sig(2), 100.0 - s.sig(3), 0.0, 0.0, 0.0}};
         load_increment(mt, option, s, dSig, false);
-    } while (!(std::fabs(s.sig[0] - s.sig[2]) >= q50));
-    return s.eps[0];
+    } while (!(std::fabs(s.sig(1) - s.sig(3)) >= q50));
+    return s.eps(1);
 }
 
 
@@ -182,10 +178,10 @@ void oedometer_run(const double* Props_, int option, double K0, Sample& smp) {
     smp = Sample{};
     smp.start(1.0, K0, K0, gamma_p, cap);
     do {
-        const double dSig[6] = {0.01, K0 * smp.sig[0] - smp.sig[1],
-                                K0 * smp.sig[0] - smp.sig[2], 0.0, 0.0, 0.0};
+        const Vec6 dSig{{0.01, K0 * smp.sig(1) - smp.sig(2), K0 * smp.sig(1) - smp.sig(3), 0.0,
+                         0.0, 0.0}};
         load_increment(mt, option, smp, dSig, true);
-    } while (!(smp.sig[0] >= 500.0));
+    } while (!(smp.sig(1) >= 500.0));
 }
 
 // Earth-pressure coefficient of normal consolidation: oedometer runs until
@@ -197,8 +193,8 @@ double find_K0(double* Props_, int option, Sample& smp) {
     for (;;) {
         sr.count();
         oedometer_run(Props_, option, K0, smp);
-        const double eps1 = smp.eps[0];
-        const double eps3 = smp.eps[2];
+        const double eps1 = smp.eps(1);
+        const double eps3 = smp.eps(3);
         const double tol = 0.0001 * std::fabs(eps1);
         if (eps3 > tol) {
             if (sr.direction < 0) sr.step = std::max(sr.step * 0.8, 1e-07);
@@ -241,7 +237,7 @@ void Iterative_hss(double* Props_, int option) {
     const double K0 = find_K0(Props_, option, smp);
 
     // Oedometric stiffness of the last increment, brought back to pref.
-    const double sigma1 = smp.sig[2] / K0;
+    const double sigma1 = smp.sig(3) / K0;
     const double Eoed =
         (smp.lastDSig1 / smp.lastDEps1) / hs.stress_ratio_pow(sigma1 * hs.sinphi + hs.ccos);
 
