@@ -84,6 +84,21 @@ void read_laws(HsMaterial& mt, Props P, int iModel) {
     }
 }
 
+// The small-strain stiffness of models 2 and 4.
+HsMaterial::SmallStrain read_small_strain(Props P) {
+    HsMaterial::SmallStrain ss;
+    ss.K_ref = P(m2::K_ref);
+    ss.G0_ref = P(m2::G0_ref);
+    ss.G0_min = P(m2::G0_min);
+    ss.gamma_07 = P(m2::gamma_07);
+    ss.p_ref_K = P(m2::p_ref_K);
+    ss.p_ref_G = P(m2::p_ref_G);
+    ss.m_K = P(m2::m_K);
+    ss.m_G = P(m2::m_G);
+    ss.reset = P(m2::reset);
+    return ss;
+}
+
 }  // namespace
 
 HsMaterial read_material(int iModel, const double* Props_) {
@@ -95,6 +110,7 @@ HsMaterial read_material(int iModel, const double* Props_) {
     }
     read_common(mt, P, (iModel == 1 || iModel == 3) ? kHs : kHss);
     read_laws(mt, P, iModel);
+    if (iModel == 2 || iModel == 4) mt.ss = read_small_strain(P);
     mt.known = true;
     return mt;
 }

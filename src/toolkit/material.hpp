@@ -70,6 +70,20 @@ struct HsMaterial {
     double cap_stiffness = 0.0;  // beta, or the bulk-modulus ratio of the BulkRatio law
     double cap_K = 0.0;          // the bulk modulus of the BulkRatio law
 
+    // Small-strain stiffness (models 2 and 4; zero otherwise).
+    struct SmallStrain {
+        double K_ref = 0.0;     // reference secant bulk modulus
+        double G0_ref = 0.0;    // reference small-strain shear modulus, upper bound of G0
+        double G0_min = 0.0;    // lower bound of G0
+        double gamma_07 = 0.0;  // threshold shear strain of the hyperbolic degradation
+        double p_ref_K = 0.0;   // reference pressure of the bulk modulus law
+        double p_ref_G = 0.0;   // reference pressure of the shear modulus law
+        double m_K = 0.0;       // exponent of the bulk modulus law
+        double m_G = 0.0;       // exponent of the shear modulus law
+        double reset = 0.0;     // exactly 1 clears the strain history in task 1
+    };
+    SmallStrain ss;
+
     // -------------------------------------------------------------------
     // Failure deviator for the floored term x = max(s3 + ccot, floor).
     double qf(double x) const { return 2.0 * sinphi / (1.0 - sinphi) * x; }
