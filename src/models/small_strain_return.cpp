@@ -141,15 +141,110 @@ void run_step(int io, const StepTexts& t, Vec3& Prs, Kernel&& kernel) {
     }
 }
 
+// The eight kernels of the test sequence, each called from the trial
+// stresses with the common arguments and the tail of its kind.
+struct Kernels {
+    const Point& pt;
+    const Vec3& Prs_0;
+    const Vec3& Prs_E;
+    Vec3& Prs;
+    const double* sv0;
+    double* sv;
+    int& iPlast;
+    const Mat3& D3;
+    double R;
+
+    void hs(int a) const {
+        HS_plast(pt.iEl, pt.Int, kElDbg, kIntDbg, a, pt.Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0,
+                 pt.IsUndr, D3, R, pt.var->iModel);
+    }
+    void mc(int a) const {
+        MC_plast(pt.iEl, pt.Int, kElDbg, kIntDbg, a, pt.Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0,
+                 D3, pt.var->iModel);
+    }
+    void trac(int a) const {
+        TRAC_plast(pt.iEl, pt.Int, kElDbg, kIntDbg, a, pt.Props, Prs_E, Prs, sv0, sv, iPlast,
+                   Prs_0, D3, pt.var->iModel);
+    }
+    void hs_trac(int a) const {
+        HS_TRAC_plast(pt.iEl, pt.Int, kElDbg, kIntDbg, a, pt.Props, Prs_E, Prs, sv0, sv, iPlast,
+                      Prs_0, pt.IsUndr, D3, R, pt.var->iModel);
+    }
+    void mc_trac(int a) const {
+        MC_TRAC_plast(pt.iEl, pt.Int, kElDbg, kIntDbg, a, pt.Props, Prs_E, Prs, sv0, sv, iPlast,
+                      Prs_0, D3, pt.var->iModel);
+    }
+    void cap(int a) const {
+        CAP_plast(pt.iEl, pt.Int, kElDbg, kIntDbg, a, pt.Props, Prs_E, Prs, sv0, sv, iPlast,
+                  Prs_0, pt.IsUndr, D3, R, pt.var->iModel);
+    }
+    void hs_cap(int a) const {
+        HS_CAP_plast(pt.iEl, pt.Int, kElDbg, kIntDbg, a, pt.Props, Prs_E, Prs, sv0, sv, iPlast,
+                     Prs_0, pt.IsUndr, D3, R, pt.var->iModel);
+    }
+    // The Mohr-Coulomb-with-cap kernel hardens its cap with the same
+    // modulus ratio as the cap kernels, so it receives R as its factor.
+    void mc_cap(int a) const {
+        MC_CAP_plast(pt.iEl, pt.Int, kElDbg, kIntDbg, a, pt.Props, Prs_E, Prs, sv0, sv, iPlast,
+                     Prs_0, D3, R, pt.var->iModel);
+    }
+};
+
+// The yield tests, with tolerances fixed from the trial values (the cap's
+// carries 0.001 more).
+struct Tests {
+    const Surfaces& f;
+    double tol_hs, tol_mc, tol_cap, tol_trac;
+    bool hs(const Vec3& s) const { return f.f13_hs(s) >= tol_hs; }
+    bool mc(const Vec3& s) const { return f.f13_mc(s) >= tol_mc; }
+    bool cap(const Vec3& s) const { return f.f_cap(s) >= tol_cap; }
+    bool trac(const Vec3& s) const { return f.f13_trac(s) >= tol_trac; }
+};
+
+// The kernel chain once the trial state violates a surface.
+void kernel_sequence(int io, const Tests& t, bool hs0, bool mc0, bool trac0, Vec3& Prs,
+                     const Kernels& k) {
+    auto step = [&](const StepTexts& texts, void (Kernels::*kernel)(int) const) {
+        run_step(io, texts, Prs, [&](int a) { (k.*kernel)(a); });
+    };
+    // Shear surfaces alone (shear hardening first, then Mohr-Coulomb on its
+    // result). Shear hardening together with tension goes to the combined
+    // kernel directly.
+    if (hs0 && !trac0) {
+        step(kHS, &Kernels::hs);
+        if (t.mc(Prs)) step(kMC, &Kernels::mc);
+    } else if (!hs0 && mc0) {
+        step(kMC, &Kernels::mc);
+    }
+
+    // Tension cut-off, alone or with the shear surfaces.
+    if (t.trac(Prs)) {
+        bool with_hs = hs0 || t.hs(Prs);
+        if (!with_hs) {
+            step(kTRAC, &Kernels::trac);
+            with_hs = t.hs(Prs);
+            if (!with_hs && t.mc(Prs)) step(kMC_TRAC, &Kernels::mc_trac);
+        }
+        if (with_hs) {
+            step(kHS_TRAC, &Kernels::hs_trac);
+            if (t.mc(Prs)) step(kMC_TRAC, &Kernels::mc_trac);
+        }
+    }
+
+    // Cap, then the shear surfaces on the cap's result.
+    if (t.cap(Prs)) {
+        step(kCAP, &Kernels::cap);
+        if (t.hs(Prs)) step(kHS_CAP, &Kernels::hs_cap);
+        if (t.mc(Prs)) step(kMC_CAP, &Kernels::mc_cap);
+    }
+}
+
 }  // namespace
 
 void stress_point(const Point& pt, const Vec3& Prs_0, const Vec3& Prs_E, Vec3& Prs,
                   const double* sv0, double* sv, int& iPlast, const Mat3& D3, double R) {
     const int io = pt.io;
     const Surfaces f(pt.Props, sv0);
-    const int iModel = pt.var->iModel;
-    const int IsUndr = pt.IsUndr;
-    const double* Props = pt.Props;
 
     const double hs_E = f.f13_hs(Prs_E);
     const double mc_E = f.f13_mc(Prs_E);
@@ -159,94 +254,21 @@ void stress_point(const Point& pt, const Vec3& Prs_0, const Vec3& Prs_E, Vec3& P
     wrival(io, "f13_mc", mc_E);
     wrival(io, "f_cap", cap_E);
     wrival(io, "f13_trac", trac_E);
-
-    // Tolerances fixed from the trial values; the cap's carries 0.001 more.
-    const double tol_hs = tolerance(hs_E);
-    const double tol_mc = tolerance(mc_E);
-    const double tol_cap = tolerance(cap_E) + 0.001;
-    const double tol_trac = tolerance(trac_E);
-    auto hs = [&](const Vec3& s) { return f.f13_hs(s) >= tol_hs; };
-    auto mc = [&](const Vec3& s) { return f.f13_mc(s) >= tol_mc; };
-    auto cap = [&](const Vec3& s) { return f.f_cap(s) >= tol_cap; };
-    auto trac = [&](const Vec3& s) { return f.f13_trac(s) >= tol_trac; };
+    const Tests t{f, tolerance(hs_E), tolerance(mc_E), tolerance(cap_E) + 0.001,
+                  tolerance(trac_E)};
 
     Prs = Prs_E;
-    const bool hs0 = hs_E >= tol_hs;
-    const bool mc0 = mc_E >= tol_mc;
-    const bool cap0 = cap_E >= tol_cap;
-    const bool trac0 = trac_E >= tol_trac;
+    const bool hs0 = hs_E >= t.tol_hs;
+    const bool mc0 = mc_E >= t.tol_mc;
+    const bool cap0 = cap_E >= t.tol_cap;
+    const bool trac0 = trac_E >= t.tol_trac;
     if (!(hs0 || mc0 || cap0 || trac0)) {
         message(io, "PASO DE CÁLCULO ELÁSTICO, DENTRO DE f13_hs, f13_mc, f_cap y f13_trac");
         iPlast = 0;
         return;
     }
-
-    const int e = pt.iEl;
-    const int n = pt.Int;
-    auto k_hs = [&](int a) {
-        HS_plast(e, n, kElDbg, kIntDbg, a, Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0, IsUndr, D3,
-                 R, iModel);
-    };
-    auto k_mc = [&](int a) {
-        MC_plast(e, n, kElDbg, kIntDbg, a, Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0, D3, iModel);
-    };
-    auto k_trac = [&](int a) {
-        TRAC_plast(e, n, kElDbg, kIntDbg, a, Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0, D3,
-                   iModel);
-    };
-    auto k_hs_trac = [&](int a) {
-        HS_TRAC_plast(e, n, kElDbg, kIntDbg, a, Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0, IsUndr,
-                      D3, R, iModel);
-    };
-    auto k_mc_trac = [&](int a) {
-        MC_TRAC_plast(e, n, kElDbg, kIntDbg, a, Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0, D3,
-                      iModel);
-    };
-    auto k_cap = [&](int a) {
-        CAP_plast(e, n, kElDbg, kIntDbg, a, Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0, IsUndr, D3,
-                  R, iModel);
-    };
-    auto k_hs_cap = [&](int a) {
-        HS_CAP_plast(e, n, kElDbg, kIntDbg, a, Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0, IsUndr,
-                     D3, R, iModel);
-    };
-    // The Mohr-Coulomb-with-cap kernel hardens its cap with the same
-    // modulus ratio as the cap kernels, so it receives R as its factor.
-    auto k_mc_cap = [&](int a) {
-        MC_CAP_plast(e, n, kElDbg, kIntDbg, a, Props, Prs_E, Prs, sv0, sv, iPlast, Prs_0, D3, R,
-                     iModel);
-    };
-
-    // Shear surfaces alone (shear hardening first, then Mohr-Coulomb on its
-    // result). Shear hardening together with tension goes to the combined
-    // kernel directly.
-    if (hs0 && !trac0) {
-        run_step(io, kHS, Prs, k_hs);
-        if (mc(Prs)) run_step(io, kMC, Prs, k_mc);
-    } else if (!hs0 && mc0) {
-        run_step(io, kMC, Prs, k_mc);
-    }
-
-    // Tension cut-off, alone or with the shear surfaces.
-    if (trac(Prs)) {
-        bool with_hs = hs0 || hs(Prs);
-        if (!with_hs) {
-            run_step(io, kTRAC, Prs, k_trac);
-            with_hs = hs(Prs);
-            if (!with_hs && mc(Prs)) run_step(io, kMC_TRAC, Prs, k_mc_trac);
-        }
-        if (with_hs) {
-            run_step(io, kHS_TRAC, Prs, k_hs_trac);
-            if (mc(Prs)) run_step(io, kMC_TRAC, Prs, k_mc_trac);
-        }
-    }
-
-    // Cap, then the shear surfaces on the cap's result.
-    if (cap(Prs)) {
-        run_step(io, kCAP, Prs, k_cap);
-        if (hs(Prs)) run_step(io, kHS_CAP, Prs, k_hs_cap);
-        if (mc(Prs)) run_step(io, kMC_CAP, Prs, k_mc_cap);
-    }
+    const Kernels k{pt, Prs_0, Prs_E, Prs, sv0, sv, iPlast, D3, R};
+    kernel_sequence(io, t, hs0, mc0, trac0, Prs, k);
 }
 
 }  // namespace tervak::ss

@@ -243,6 +243,9 @@ void summarize(const LabTest& test, TestResult& r) {
                     tmin = std::min(tmin, loop[i]->sig[3]);
                     if (i > 0) w += 0.5 * (loop[i]->sig[3] + loop[i - 1]->sig[3]) * (loop[i]->eps[3] - loop[i - 1]->eps[3]);
                 }
+                // Closed loops only: the cycle must come back to the shear
+                // stress it started from (within 1 % of the loop's height).
+                if (std::fabs(top->sig[3] - loop.front()->sig[3]) > 0.01 * (tmax - tmin)) continue;
                 CyclicPoint c;
                 c.gamma = a;
                 c.G = (top->sig[3] - bottom->sig[3]) / (top->eps[3] - bottom->eps[3]);
