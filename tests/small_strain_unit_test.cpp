@@ -55,7 +55,7 @@ struct Increment {
 
 TEST(SmallStrainUnit, DeviatoricPart) {
     const double e[6] = {3e-4, -1e-4, 1e-4, 2e-4, -3e-4, 4e-4};
-    const ss::Vec6 d = ss::deviatoric(e);
+    const tervak::Vec6 d = ss::deviatoric(e);
     EXPECT_NEAR(d(1) + d(2) + d(3), 0.0, 1e-19);
     EXPECT_NEAR(d(1), 3e-4 - 1e-4, 1e-18);
     EXPECT_EQ(d(4), 2e-4);  // engineering shear strains pass unchanged

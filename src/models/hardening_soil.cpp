@@ -312,8 +312,7 @@ void initial_state(const ModelArgs& a, const Variant& v) {
     const double qa = mt.qa(qf);
     const double fe = mt.stress_factor_of(mt.ccos - Sig0(3) * mt.sinphi);
     // gamma_p on the hyperbola at the start deviator qc.
-    const double gamma_new =
-        2.0 * qc / (mt.E_hyp * fe) * qa / (qa - qc) - 2.0 * qc / (fe * mt.Eur_ref);
+    const double gamma_new = HsMaterial::hyperbola_gamma(qc, qa, mt.E_hyp * fe, fe * mt.Eur_ref);
 
     StVar0(m1::sv::gamma_p) = std::max(gamma_new, std::max(StVar0(m1::sv::gamma_p), 1e-10));
     StVar0(m1::sv::p_p) = std::min(std::min(StVar0(m1::sv::p_p), -1.0), -std::max(mt.ccot, pe));

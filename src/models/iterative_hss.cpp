@@ -164,7 +164,7 @@ void start_pair(const double* Props_, double K0, double& gamma_p, double& cap) {
     const double q = std::min(1.0 - K0, qf);
     const double qa = now.qa(qf);
     const double fe = now.stress_factor(K0);
-    gamma_p = (2.0 * q / (now.E_hyp * fe)) * qa / (qa - q) - 2.0 * q / (fe * now.Eur_ref);
+    gamma_p = HsMaterial::hyperbola_gamma(q, qa, now.E_hyp * fe, fe * now.Eur_ref);
     const double qt = HsMaterial::cap_qt(Vec3{{1.0, K0, K0}}, now.delta());
     const double p = (1.0 + 2.0 * K0) / 3.0;
     cap = std::pow(qt * qt / (now.alpha * now.alpha) + p * p, 0.5);

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "models/material.hpp"
 #include "models/parameters.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/principal.hpp"
@@ -154,44 +155,37 @@ double sub_fraction(const double* Props, const double* dEps) {
 }  // namespace
 
 void initial_state(const ModelArgs& a, const Variant& v) {
-    const View P(a.Props);
+    const HsMaterial mt = read_material(v.iModel, a.Props);
     const State S(a.StVar0);
-    const double phi = P(m2::phi) * kDegToRad;
-    const double sp = std::sin(phi);
-    const double cp = std::cos(phi);
 
     // Initial stresses, compression positive.
     const double sxx = -a.Sig0[0];
     const double syy = -a.Sig0[1];
     const double szz = -a.Sig0[2];
     const double p0 = (sxx + syy + szz) / 3.0;
-    double p_eq = (2.0 * P(m2::K0_nc) + 1.0) / 3.0 * syy * P(m2::OCR);
+    double p_eq = (2.0 * mt.K0 + 1.0) / 3.0 * syy * mt.OCR;
     if (p_eq < p0) p_eq = p0;
-    double q_eq = (1.0 - P(m2::K0_nc)) * syy * P(m2::OCR);
+    double q_eq = (1.0 - mt.K0) * syy * mt.OCR;
     if (q_eq < sxx - szz) q_eq = sxx - szz;
-    const double p_p = std::sqrt(p_eq * p_eq + (q_eq / P(m2::alpha)) * (q_eq / P(m2::alpha)));
+    const double p_p = std::sqrt(p_eq * p_eq + (q_eq / mt.alpha) * (q_eq / mt.alpha));
 
-    const double ccot = P(m2::c) * cp / sp;
-    const double qf =
-        std::max({ccot + P(m2::sigma_t), ccot + szz, 1.0}) * 2.0 * sp / (1.0 - sp);
-    const double qa = qf / P(m2::R_f);
-    const double factor = std::pow(std::max(P(m2::c) * cp + szz * sp, std::max(1.0, P(m2::c) * cp)) /
-                                       (sp * P(m2::p_ref) + P(m2::c) * cp),
-                                   P(m2::m));
+    const double qf = mt.qf_product_first(std::max({mt.ccot + mt.T, mt.ccot + szz, 1.0}));
+    const double qa = mt.qa(qf);
+    const double factor = mt.stress_factor_of(mt.ccos + szz * mt.sinphi);
     const double q = q_eq;
-    const double gamma_new = 2.0 * q / (factor * P(m2::E50_ref)) * qa / (qa - q) -
-                             2.0 * q / (factor * P(m2::Eur_ref));
+    const double gamma_new =
+        HsMaterial::hyperbola_gamma(q, qa, factor * mt.E_hyp, factor * mt.Eur_ref);
     S(m2::sv::gamma_p) = std::max(gamma_new, std::max(v.gammaFloor, S(m2::sv::gamma_p)));
     S(m2::sv::p_p) = std::min({S(m2::sv::p_p), v.capCeiling, -p_p});
 
     // The small-strain memory: G0 and, on reset, the strain history.
-    const bool reset = P(m2::reset) == 1.0;
-    if (S(m2::sv::G0) < 1.0 || reset) S(m2::sv::G0) = P(m2::G0_ref);
+    const bool reset = mt.ss.reset == 1.0;
+    if (S(m2::sv::G0) < 1.0 || reset) S(m2::sv::G0) = mt.ss.G0_ref;
     if (reset) mzeror(at(a.StVar0, m2::sv::H), m2::sv::xH_M - m2::sv::H);
     for (int i = m2::sv::xH_M; i < m2::sv::G_ref_min; ++i)
         S(i) = reset ? 0.0 : std::max(S(i), 0.0);
     for (int i = m2::sv::G_ref_min; i <= m2::sv::Gt_obs; ++i)
-        if (S(i) < 1.0 || reset) S(i) = P(m2::G0_ref);
+        if (S(i) < 1.0 || reset) S(i) = mt.ss.G0_ref;
 
     copyrvec(a.StVar0, a.StVar, kNStat);
 }

@@ -88,8 +88,10 @@ struct HsMaterial {
     // Failure deviator for the floored term x = max(s3 + ccot, floor).
     double qf(double x) const { return 2.0 * sinphi / (1.0 - sinphi) * x; }
     // The same with the product formed first, (x 2 sin phi) / (1 - sin phi):
-    // the order of the calibration's reference strength and of models 2 and 4.
-    double qf_product_first(double x) const { return x * (2.0 * sinphi) / (1.0 - sinphi); }
+    // the order of models 2 and 4 and of the calibration's reference
+    // strength. (x 2 is exact, so x 2 sin phi and x (2 sin phi) round alike
+    // for every x below half the largest double.)
+    double qf_product_first(double x) const { return x * 2.0 * sinphi / (1.0 - sinphi); }
     double qa(double qf_) const { return qf_ / Rf; }
 
     // The stiffnesses' stress factor for a minor-stress term x = s3 sin(phi)
@@ -111,6 +113,12 @@ struct HsMaterial {
     // hyperbolic term's sign beyond the asymptote.
     static double hyperbola(double q, double qa_, double Ei, double Eur, double gamma_p) {
         return q / std::abs(qa_ - q) * (2.0 * qa_ / Ei) - 2.0 * q / Eur - gamma_p;
+    }
+
+    // gamma_p on the hyperbola at a deviator q below the asymptote:
+    // 2 q / Ei qa / (qa - q) - 2 q / Eur (the start state of a point).
+    static double hyperbola_gamma(double q, double qa_, double Ei, double Eur) {
+        return 2.0 * q / Ei * qa_ / (qa_ - q) - 2.0 * q / Eur;
     }
 
     // Mohr-Coulomb face on the pair (i, j), i the more compressive stress.
