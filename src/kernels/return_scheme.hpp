@@ -379,7 +379,7 @@ inline double plane_value(const PlaneFace& fc, const Vec3& P, const HsMaterial& 
 // to NaN as the law is written.
 inline Vec3 with_zero_weight_term(const Vec3& g, double xLam) {
     const Vec3 z;
-    return comb(g, z, 1.0, 0.0 * xLam);
+    return comb(g, z, 1.0, zero_weighted(xLam));
 }
 
 // Gradient n and flow vector m of a face; the Mohr-Coulomb faces flow with

@@ -143,10 +143,9 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
 
 // Sub-increments: each carries at most half the threshold strain
 // gamma_0.7 of octahedral shear strain, and there are at most 100.
-double sub_fraction(const double* Props, const double* dEps) {
-    const View P(Props);
+double sub_fraction(const HsMaterial& mt, const double* dEps) {
     const double gamma = kOct * modul(deviatoric(dEps).data());
-    const double limit = 0.5 * P(m2::gamma_07);
+    const double limit = 0.5 * mt.ss.gamma_07;
     if (!(limit > 0.0) || !(gamma > limit)) return 1.0;
     const double n = std::min(std::ceil(gamma / limit), 100.0);
     return 1.0 / n;
@@ -190,18 +189,16 @@ void initial_state(const ModelArgs& a, const Variant& v) {
     copyrvec(a.StVar0, a.StVar, kNStat);
 }
 
-void elastic_stiffness(const ModelArgs& a, const Variant& /*v*/) {
-    const View P(a.Props);
+void elastic_stiffness(const ModelArgs& a, const Variant& v) {
+    const HsMaterial mt = read_material(v.iModel, a.Props);
     const View S0(a.StVar0);
     const int io = debug_unit(a);
 
     const double p = floored(mean_stress(principal_values(a.Sig0)));
-    const double s = std::pow(std::max(p, 0.1 * P(m2::p_ref_G)) / P(m2::p_ref_G), P(m2::m_G));
-    const double Kt_ref = P(m2::K_ref) / (1.0 - P(m2::m_K));
-    const double G_ur_ref = 3.0 * Kt_ref * P(m2::Eur_ref) / (9.0 * Kt_ref - P(m2::Eur_ref));
-    const double G0 = std::min(std::max(S0(m2::sv::G0), P(m2::G0_min)), P(m2::G0_ref));
-    const double gamma_alfa_ur =
-        (2.0 * P(m2::gamma_07) / 0.385) * (std::sqrt(G0 / G_ur_ref) - 1.0);
+    const double s = mt.ss_shear_factor(p);
+    const double G_ur_ref = mt.ss_G_ur_ref();
+    const double G0 = mt.ss_G0_bounded(S0(m2::sv::G0));
+    const double gamma_alfa_ur = mt.ss_cut_off_strain(G0, G_ur_ref);
 
     // Strain distance from the last reversal.
     const Vec6 e = deviatoric(at(a.StVar0, m2::sv::eps));
@@ -210,13 +207,12 @@ void elastic_stiffness(const ModelArgs& a, const Variant& /*v*/) {
     const double gamma_oct_DR = kOct * modul(rel);
     const double G = s * (gamma_oct_DR >= gamma_alfa_ur ? G_ur_ref : S0(m2::sv::Gt_ap_ref));
 
-    const double K_s =
-        P(m2::K_ref) * std::pow(std::max(p, 0.1 * P(m2::p_ref_K)) / P(m2::p_ref_K), P(m2::m_K));
+    const double K_s = mt.ss.K_ref * mt.ss_bulk_factor(p);
     const double mean = (S0(m2::sv::eps) + S0(m2::sv::eps + 1) + S0(m2::sv::eps + 2)) / 3.0;
-    const double e_ref = -p / (3.0 * P(m2::m_K) * K_s) - mean;
+    const double e_ref = -p / (3.0 * mt.ss.m_K * K_s) - mean;
     double K = std::abs(e_ref) > 0.1 * std::abs(mean) ? (mean / e_ref + 1.0) * K_s
-                                                       : K_s / (1.0 - P(m2::m_K));
-    const double nu = P(m2::nu_ur);
+                                                       : K_s / (1.0 - mt.ss.m_K);
+    const double nu = mt.nu_ur;
     const double Kmin = G * (2.0 / 3.0) * (1.0 + nu) / (1.0 - 2.0 * nu);
     if (Kmin > K) K = Kmin;
 
@@ -228,7 +224,8 @@ void elastic_stiffness(const ModelArgs& a, const Variant& /*v*/) {
 
 void stress_task(const ModelArgs& a, const Variant& v) {
     const int io = debug_unit(a);
-    const Point pt{a.Props, *a.iEl, *a.Int, *a.iTer, *a.IsUndr, io, &v};
+    const HsMaterial mt = read_material(v.iModel, a.Props);
+    const Point pt{a.Props, &mt, *a.iEl, *a.Int, *a.iTer, *a.IsUndr, io, &v};
 
     copyrvec(a.StVar0, a.StVar, kNStat);
     *a.Pw = *a.Pw0;
@@ -243,7 +240,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
 
     const Vec6 de = deviatoric(a.dEps);
     if (modul(de.data()) > 0.01 * modul(a.dEps)) {
-        const double step = sub_fraction(a.Props, a.dEps);
+        const double step = sub_fraction(mt, a.dEps);
         double remaining = 1.0;
         for (int it = 1; remaining > 0.001; ++it) {
             double fraction = std::min(step, remaining);

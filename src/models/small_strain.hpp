@@ -9,6 +9,7 @@
 
 #include "models/models.hpp"
 #include "models/parameters.hpp"
+#include "toolkit/material.hpp"
 #include "toolkit/types.hpp"
 
 namespace tervak::ss {
@@ -42,6 +43,7 @@ inline constexpr double kOct = 1.1547005383792515;
 // What every routine of a stress point needs to know of the call.
 struct Point {
     const double* Props;
+    const HsMaterial* mt;  // the material of the call
     int iEl;
     int Int;
     int iTer;

@@ -45,7 +45,7 @@ struct Surfaces {
 
 void stress_point(const Point& pt, const Vec3& Prs_0, const Vec3& Prs_E, Vec3& Prs,
                   const double* sv0, double* sv, int& iPlast, const Mat3& D3, double R) {
-    const HsMaterial mt = read_material(pt.var->iModel, pt.Props);
+    const HsMaterial& mt = *pt.mt;
     const Props S0(sv0);
     const Surfaces f{mt, S0(m2::sv::gamma_p), S0(m2::sv::p_p)};
     const sp::Trial tr = sp::trial(f, sp::kSmallStrain, Prs_E);

@@ -67,6 +67,10 @@ inline Vec6 comb(const Vec6& a, const Vec6& b, double fa, double fb) {
 // gives for finite values).
 inline Vec3 operator-(const Vec3& a, const Vec3& b) { return comb(a, b, 1.0, -1.0); }
 
+// Deliberate: a term the law writes with weight zero. It adds nothing to a
+// finite value and turns an infinite or NaN one into NaN, as written.
+inline double zero_weighted(double x) { return x * 0.0; }
+
 inline Mat3 identity3() {
     Mat3 I;
     I(1, 1) = 1.0;

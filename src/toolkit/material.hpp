@@ -84,6 +84,29 @@ struct HsMaterial {
     };
     SmallStrain ss;
 
+    // The small-strain moduli's stress factors at the mean stress p (floored
+    // at a tenth of the reference pressure): (p / p_ref_G)^m_G and
+    // (p / p_ref_K)^m_K.
+    double ss_shear_factor(double p) const {
+        return std::pow(std::max(p, 0.1 * ss.p_ref_G) / ss.p_ref_G, ss.m_G);
+    }
+    double ss_bulk_factor(double p) const {
+        return std::pow(std::max(p, 0.1 * ss.p_ref_K) / ss.p_ref_K, ss.m_K);
+    }
+    // The reference tangent bulk modulus K_ref / (1 - m_K).
+    double ss_Kt_ref() const { return ss.K_ref / (1.0 - ss.m_K); }
+    // The reference unloading-reloading shear modulus from Kt_ref and Eur_ref.
+    double ss_G_ur_ref() const {
+        const double Kt_ref = ss_Kt_ref();
+        return 3.0 * Kt_ref * Eur_ref / (9.0 * Kt_ref - Eur_ref);
+    }
+    // A small-strain shear modulus bounded by G0_min and G0_ref.
+    double ss_G0_bounded(double G0) const { return std::min(std::max(G0, ss.G0_min), ss.G0_ref); }
+    // The cut-off strain of the hyperbolic degradation for G0.
+    double ss_cut_off_strain(double G0, double G_ur_ref) const {
+        return (2.0 * ss.gamma_07 / 0.385) * (std::sqrt(G0 / G_ur_ref) - 1.0);
+    }
+
     // -------------------------------------------------------------------
     // Failure deviator for the floored term x = max(s3 + ccot, floor).
     double qf(double x) const { return 2.0 * sinphi / (1.0 - sinphi) * x; }
