@@ -8,6 +8,7 @@
 #include <cmath>
 #include <vector>
 
+#include "models/material.hpp"
 #include "models/small_strain.hpp"
 #include "support/small_strain_point.hpp"
 #include "support/test_support.hpp"
@@ -32,7 +33,8 @@ struct Increment {
         for (int i = 52; i <= 57; ++i) sv0[static_cast<size_t>(i - 1)] = prop(P, 2);
     }
     ss::Stiffness run(const std::array<double, 6>& dEps, double p = 100.0) {
-        const ss::Point pt{P.data(), 1, 1, iTer, 0, -1, var};
+        const tervak::HsMaterial mt = tervak::read_material(var->iModel, P.data());
+        const ss::Point pt{P.data(), &mt, 1, 1, iTer, 0, -1, var};
         return ss::small_strain_stiffness(pt, p, p, dEps.data(), sv0.data(), sv.data());
     }
     double out(int i) const { return sv[static_cast<size_t>(i - 1)]; }
@@ -220,7 +222,8 @@ TEST(SmallStrainUnit, CapToleranceCarriesOneThousandthMore) {
     tervak::Mat3 D3;
     for (int i = 1; i <= 3; ++i)
         for (int j = 1; j <= 3; ++j) D3(i, j) = i == j ? 2e5 : 5e4;
-    const ss::Point pt{P.data(), 1, 1, 1, 0, -1, &ss::kModel2};
+    const tervak::HsMaterial mt = tervak::read_material(2, P.data());
+    const ss::Point pt{P.data(), &mt, 1, 1, 1, 0, -1, &ss::kModel2};
     tervak::Vec3 Prs_E, Prs, Prs_0;
     Prs_E(1) = Prs_E(2) = Prs_E(3) = p_in;
     Prs_0 = Prs_E;
@@ -247,7 +250,8 @@ TEST(SmallStrainUnit, OrderedReturnIsNotRepeated) {
     tervak::Mat3 D3;
     for (int i = 1; i <= 3; ++i)
         for (int j = 1; j <= 3; ++j) D3(i, j) = i == j ? 2e5 : 5e4;
-    const ss::Point pt{P.data(), 11, 4, 1, 0, 6, &ss::kModel2};
+    const tervak::HsMaterial mt = tervak::read_material(2, P.data());
+    const ss::Point pt{P.data(), &mt, 11, 4, 1, 0, 6, &ss::kModel2};
     tervak::Vec3 Prs_E, Prs, Prs_0;
     Prs_E(1) = 400.0;
     Prs_E(2) = 200.0;
