@@ -73,3 +73,13 @@ inline void run(Kernel kernel, const KernelCall& k, const int32_t* iModel, const
     int32_t *iEl, int32_t *Int, int32_t *iElDbg, int32_t *IntDbg, int32_t *iArea,           \
         double *Props, double *Prs_E, double *Prs, double *HardPar_E, double *HardPar,      \
         int32_t *iPlast, double *Prs_0, int32_t *IsUndr, double *D3, double *R, int32_t *iModel
+
+// One exported kernel of a family: its parameter list, and what stands for
+// Prs_0, IsUndr and R (nullptr where the family has no such argument).
+#define TERVAK_KERNEL_EXPORT(name, kernel, PARAMS, PRS_0, IS_UNDR, R_)                         \
+    TERVAK_API void name(PARAMS) noexcept {                                                    \
+        tervak::abi::run(&tervak::kernel,                                                      \
+                         tervak::abi::call_record(iEl, Int, iElDbg, IntDbg, iArea, Prs_E,      \
+                                                  HardPar_E, PRS_0, IS_UNDR, D3, R_),          \
+                         iModel, Props, Prs, HardPar, iPlast);                                 \
+    }

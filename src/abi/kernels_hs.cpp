@@ -5,13 +5,8 @@
 #include "abi/kernel_call.hpp"
 #include "toolkit/records.hpp"
 
-#define TERVAK_HS_FAMILY(name, kernel)                                                         \
-    TERVAK_API void name(TERVAK_KERNEL16_PARAMS) noexcept {                                    \
-        tervak::abi::run(&tervak::kernel,                                                      \
-                         tervak::abi::call_record(iEl, Int, iElDbg, IntDbg, iArea, Prs_E,      \
-                                                  HardPar_E, Prs_0, IsUndr, D3, R),            \
-                         iModel, Props, Prs, HardPar, iPlast);                                 \
-    }
+#define TERVAK_HS_FAMILY(name, kernel) \
+    TERVAK_KERNEL_EXPORT(name, kernel, TERVAK_KERNEL16_PARAMS, Prs_0, IsUndr, R)
 
 TERVAK_HS_FAMILY(hs_plast_, HS_plast)
 TERVAK_HS_FAMILY(hs_trac_plast_, HS_TRAC_plast)

@@ -4,14 +4,13 @@
 #include "abi/export.hpp"
 #include "abi/kernel_call.hpp"
 
-#define TERVAK_MC_FAMILY(name, kernel)                                                         \
-    TERVAK_API void name(TERVAK_KERNEL14_PARAMS) noexcept {                                    \
-        static_cast<void>(Prs_0);                                                              \
-        tervak::abi::run(&tervak::kernel,                                                      \
-                         tervak::abi::call_record(iEl, Int, iElDbg, IntDbg, iArea, Prs_E,      \
-                                                  HardPar_E, nullptr, nullptr, D3, nullptr),   \
-                         iModel, Props, Prs, HardPar, iPlast);                                 \
-    }
+namespace {
+// The family's Prs_0 is not read: a zero triple stands for it.
+constexpr const double* unread(const void* /*Prs_0*/) { return nullptr; }
+}  // namespace
+
+#define TERVAK_MC_FAMILY(name, kernel) \
+    TERVAK_KERNEL_EXPORT(name, kernel, TERVAK_KERNEL14_PARAMS, unread(Prs_0), nullptr, nullptr)
 
 TERVAK_MC_FAMILY(mc_plast_, MC_plast)
 TERVAK_MC_FAMILY(trac_plast_, TRAC_plast)

@@ -27,19 +27,6 @@ using View = tervak::Props;  // 1-based read-only view of a host array
 
 double mean3(const Vec3& x) { return ((x(1) + x(2)) + x(3)) / 3.0; }
 
-// Principal values of a host-sign stress vector, negated into the
-// compression-positive descending triple (values only).
-Vec3 principal_values(const double* S) {
-    double xN[3] = {0.0, 0.0, 0.0};
-    double S1 = 0.0, S2 = 0.0, S3 = 0.0, P = 0.0, Q = 0.0;
-    prnsig(0, S, xN, xN, xN, S1, S2, S3, P, Q);
-    Vec3 Prs;
-    Prs(1) = -S1;
-    Prs(2) = -S2;
-    Prs(3) = -S3;
-    return Prs;
-}
-
 // One stress task: the trial state, the yield values and the kernel chain.
 class StressPoint {
 public:
@@ -135,16 +122,12 @@ void StressPoint::predictor(double (&xN)[3][3]) {
     wrivec(dbg_, "Sig0", a_.Sig0, 6);
     wrivec(dbg_, "dSig", dSig.data(), 6);
     wrivec(dbg_, "Sig_E", Sig_E.data(), 6);
-    double S1 = 0.0, S2 = 0.0, S3 = 0.0, P = 0.0, Q = 0.0;
-    prnsig(1, Sig_E.data(), xN[0], xN[1], xN[2], S1, S2, S3, P, Q);
-    Prs_E(1) = -S1;
-    Prs_E(2) = -S2;
-    Prs_E(3) = -S3;
+    Prs_E = compression_triple(Sig_E.data(), xN);
 }
 
 void StressPoint::run() {
     start_state();
-    Prs_0 = principal_values(a_.Sig0);
+    Prs_0 = compression_triple(a_.Sig0);
     double xN[3][3] = {};
     predictor(xN);
     if (modul(a_.dEps) < 1e-10) {
@@ -324,7 +307,7 @@ void initial_state(const ModelArgs& a, const Variant& v) {
 // undrained point, the bulk stiffness of the pore water.
 void elastic_stiffness(const ModelArgs& a, const Variant& v) {
     const HsMaterial mt = read_material(v.option, a.Props);
-    const Vec3 Prs = principal_values(a.Sig0);
+    const Vec3 Prs = compression_triple(a.Sig0);
     *a.BulkW = 0.0;
     if (*a.IsUndr == 1) {
         // Eur at the minor stress, floored by the tension value and by 0.

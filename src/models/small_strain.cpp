@@ -31,19 +31,7 @@ void header(const ModelArgs& a, int io) {
     say("____________________________________________________________");
 }
 
-// Compression-positive principal values of a host-sign stress vector, and
-// the floored and unfloored mean stress.
-Vec3 principal_values(const double* sig) {
-    double xN1[3], xN2[3], xN3[3];
-    double S1 = 0.0, S2 = 0.0, S3 = 0.0, Pm = 0.0, Q = 0.0;
-    prnsig(0, sig, xN1, xN2, xN3, S1, S2, S3, Pm, Q);
-    Vec3 Prs;
-    Prs(1) = -S1;
-    Prs(2) = -S2;
-    Prs(3) = -S3;
-    return Prs;
-}
-
+// The floored and unfloored mean stress.
 double mean_stress(const Vec3& Prs) { return (Prs(1) + Prs(2) + Prs(3)) / 3.0; }
 
 double floored(double p) { return p <= 1.0 ? 1.0 : p; }
@@ -85,7 +73,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     const int io = pt.io;
     copyrvec(sv0, sv, kNStat);
 
-    const Vec3 Prs_0 = principal_values(sig0);
+    const Vec3 Prs_0 = compression_triple(sig0);
     wrivec(io, "Prs_0", Prs_0.data(), 3);
     const double p_raw = mean_stress(Prs_0);
     const double p = floored(p_raw);
@@ -110,13 +98,8 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
         addvec(sig_E, dSec, 1.0, 1.0, 6, sig_E);
     }
 
-    double xN1[3], xN2[3], xN3[3];
-    double S1 = 0.0, S2 = 0.0, S3 = 0.0, Pm = 0.0, Q = 0.0;
-    prnsig(1, sig_E, xN1, xN2, xN3, S1, S2, S3, Pm, Q);
-    Vec3 Prs_E;
-    Prs_E(1) = -S1;
-    Prs_E(2) = -S2;
-    Prs_E(3) = -S3;
+    double xN[3][3];
+    const Vec3 Prs_E = compression_triple(sig_E, xN);
     wrivec(io, "Prs_E", Prs_E.data(), 3);
 
     // Return mapping with the modulus ratio floored at 1.
@@ -126,7 +109,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, D3, R);
     if (kernel != 0) iPlast = kernel;
     wrivec(io, "Las tensiones ppales al final de este paso de cálculo son Prs=", Prs.data(), 3);
-    carsig(-Prs(1), -Prs(2), -Prs(3), xN1, xN2, xN3, sig);
+    carsig(-Prs(1), -Prs(2), -Prs(3), xN[0], xN[1], xN[2], sig);
 
     // Elastic strain: the increment less the plastic strain of the return.
     Vec6 dEpsPl;
@@ -194,7 +177,7 @@ void elastic_stiffness(const ModelArgs& a, const Variant& v) {
     const View S0(a.StVar0);
     const int io = debug_unit(a);
 
-    const double p = floored(mean_stress(principal_values(a.Sig0)));
+    const double p = floored(mean_stress(compression_triple(a.Sig0)));
     const double s = mt.ss_shear_factor(p);
     const double G_ur_ref = mt.ss_G_ur_ref();
     const double G0 = mt.ss_G0_bounded(S0(m2::sv::G0));
