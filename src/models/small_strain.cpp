@@ -86,20 +86,19 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     Matriz6_NL(D, st.K, st.G);
     Mat3 D3;
     Matriz3_NL(D3.data(), st.K, st.G);
-    double dSig[6];
-    matvec(D, 6, dEps, 6, dSig);
-    double sig_E[6];
-    addvec(sig0, dSig, 1.0, 1.0, 6, sig_E);
+    Vec6 dSig, sig_E;
+    matvec(D, 6, dEps, 6, dSig.data());
+    addvec(sig0, dSig.data(), 1.0, 1.0, 6, sig_E.data());
     if (npi == 0) {
         double dD[36];
         Matriz6_NL(dD, st.dK, st.dG);
-        double dSec[6];
-        matvec(dD, 6, st.rel.data(), 6, dSec);
-        addvec(sig_E, dSec, 1.0, 1.0, 6, sig_E);
+        Vec6 dSec;
+        matvec(dD, 6, st.rel.data(), 6, dSec.data());
+        addvec(sig_E.data(), dSec.data(), 1.0, 1.0, 6, sig_E.data());
     }
 
     double xN[3][3];
-    const Vec3 Prs_E = compression_triple(sig_E, xN);
+    const Vec3 Prs_E = compression_triple(sig_E.data(), xN);
     wrivec(io, "Prs_E", Prs_E.data(), 3);
 
     // Return mapping with the modulus ratio floored at 1.
@@ -114,9 +113,9 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     // Elastic strain: the increment less the plastic strain of the return.
     Vec6 dEpsPl;
     if (kernel != 0) {
-        double dSigPl[6];
-        addvec(sig_E, sig, 1.0, -1.0, 6, dSigPl);
-        dEpsPl = compliance(st.K, st.G, dSigPl);
+        Vec6 dSigPl;
+        addvec(sig_E.data(), sig, 1.0, -1.0, 6, dSigPl.data());
+        dEpsPl = compliance(st.K, st.G, dSigPl.data());
     }
     double* eps_el = at(sv, m2::sv::eps_el);
     for (int i = 0; i < 6; ++i) eps_el[i] = eps_el[i] + (dEps[i] - dEpsPl.v[i]);
@@ -185,9 +184,9 @@ void elastic_stiffness(const ModelArgs& a, const Variant& v) {
 
     // Strain distance from the last reversal.
     const Vec6 e = deviatoric(at(a.StVar0, m2::sv::eps));
-    double rel[6];
-    addvec(e.data(), at(a.StVar0, m2::sv::eR1), 1.0, -1.0, 6, rel);
-    const double gamma_oct_DR = kOct * modul(rel);
+    Vec6 rel;
+    addvec(e.data(), at(a.StVar0, m2::sv::eR1), 1.0, -1.0, 6, rel.data());
+    const double gamma_oct_DR = kOct * modul(rel.data());
     const double G = s * (gamma_oct_DR >= gamma_alfa_ur ? G_ur_ref : S0(m2::sv::Gt_ap_ref));
 
     const double K_s = mt.ss.K_ref * mt.ss_bulk_factor(p);
@@ -214,9 +213,9 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     *a.Pw = *a.Pw0;
     if (*a.IsUndr == 1) *a.Pw = *a.Pw0 + *a.BulkW * (a.dEps[0] + a.dEps[1] + a.dEps[2]);
 
-    double sig0[6], sig[6];
+    Vec6 sig0, sig;
     double sv0[kNStat], sv[kNStat];
-    copyrvec(a.Sig0, sig0, 6);
+    copyrvec(a.Sig0, sig0.data(), 6);
     copyrvec(a.StVar0, sv0, kNStat);
     int npi = 1;
     int iPlast = 0;
@@ -228,22 +227,22 @@ void stress_task(const ModelArgs& a, const Variant& v) {
         for (int it = 1; remaining > 0.001; ++it) {
             double fraction = std::min(step, remaining);
             if (remaining - fraction <= 0.001) fraction = remaining;
-            double dEps[6];
-            for (int i = 0; i < 6; ++i) dEps[i] = fraction * a.dEps[i];
-            sub_increment(pt, sig0, sv0, dEps, sig, sv, a.D, npi, iPlast);
-            copyrvec(sig, sig0, 6);
+            Vec6 dEps;
+            for (int i = 1; i <= 6; ++i) dEps(i) = fraction * a.dEps[i - 1];
+            sub_increment(pt, sig0.data(), sv0, dEps.data(), sig.data(), sv, a.D, npi, iPlast);
+            sig0 = sig;
             copyrvec(sv, sv0, kNStat);
             remaining = remaining - fraction;
         }
     } else {
-        sub_increment(pt, sig0, sv0, a.dEps, sig, sv, a.D, npi, iPlast);
-        copyrvec(sig, sig0, 6);
+        sub_increment(pt, sig0.data(), sv0, a.dEps, sig.data(), sv, a.D, npi, iPlast);
+        sig0 = sig;
         copyrvec(sv, sv0, kNStat);
     }
     wriivl(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
 
     // Observed secant and tangent shear moduli of the point.
-    const double tm = tau_m(sig0);
+    const double tm = tau_m(sig0.data());
     const double gm = gamma_m(at(sv0, m2::sv::eps));
     const State S(sv0);
     if (gm > 1e-07) S(m2::sv::Gs_obs) = tm / gm;
@@ -252,7 +251,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     if (std::abs(gm - gm0) > 1e-10)
         S(m2::sv::Gt_obs) = std::abs(tm - tm0) / std::abs(gm - gm0);
 
-    copyrvec(sig0, a.Sig, 6);
+    copyrvec(sig0.data(), a.Sig, 6);
     copyrvec(sv0, a.StVar, kNStat);
     *a.iPlast = iPlast;
 }
