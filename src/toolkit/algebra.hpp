@@ -11,8 +11,10 @@
 //   inverse(A)     matinvpiv's Gauss-Jordan elimination
 //
 // Each operation rounds once; nothing is fused (the build forbids
-// contraction) and nothing is reordered, so results do not depend on the
-// compiler.
+// contraction) and nothing is reordered, so finite results do not depend on
+// the compiler. Which operand's NaN survives a sum of two NaNs is the
+// compiler's choice (it may commute the sum), so code that already ran
+// through the toolkit's out-of-line routines (addvec, matvec) keeps them.
 #pragma once
 
 #include "toolkit/types.hpp"
