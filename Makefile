@@ -5,7 +5,7 @@ BUILD_SAN ?= build-sanitize
 JOBS ?= 2
 CMAKE_FLAGS ?= -DCMAKE_BUILD_TYPE=RelWithDebInfo
 
-.PHONY: all deps build build-san demo host-example test bench clean
+.PHONY: all deps deps-test build build-san demo host-example test bench clean
 
 all: build
 
@@ -20,16 +20,23 @@ build-san: deps
 	@cmake -S . -B $(BUILD_SAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTERVAK_SANITIZE=ON -DTERVAK_BENCH=OFF >/dev/null
 	@cmake --build $(BUILD_SAN) -j $(JOBS)
 
-# The laboratory suite on the bundled example soils: CSV, PNG and a summary
-# table in results/.
-demo: build
+# The laboratory suite on the bundled example soils: CSV, PNG, a summary
+# table and the results page results/index.html. Builds only the library
+# and the lab.
+demo: deps
+	@cmake -S . -B $(BUILD) -G Ninja $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target tervak tervak-lab
 	@$(BUILD)/tervak-lab --out results --plot examples/lab
+	@echo "results page: results/index.html"
 
 # The minimal Fortran host: state-variable counts and matrix attributes.
 host-example: build
 	@$(BUILD)/examples/host_example
 
-test: build build-san
+deps-test:
+	@sh tools/deps.sh test
+
+test: deps-test build build-san
 	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
 	@ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp UBSAN_OPTIONS=print_stacktrace=1 ctest --test-dir $(BUILD_SAN) --output-on-failure -j $(JOBS)
 

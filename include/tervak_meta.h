@@ -26,6 +26,9 @@ void getparamunit_(int32_t* iMod, int32_t* iParam, char* Unit, size_t Unit_len);
 void getstatevarcount_(int32_t* iMod, int32_t* nVar);
 void getstatevarname_(int32_t* iMod, int32_t* iVar, char* Name, size_t Name_len);
 void getstatevarunit_(int32_t* iMod, int32_t* iVar, char* Unit, size_t Unit_len);
+/* The valid range of a parameter: Kind = 0 when none is known, otherwise
+ * 1 + 2 (Lo excluded) + 4 (Hi excluded); an infinite end means no limit. */
+void getparamrange_(int32_t* iMod, int32_t* iParam, double* Lo, double* Hi, int32_t* Kind);
 
 typedef void (*tervak_count_fn)(int32_t*, int32_t*);
 typedef void (*tervak_name_fn)(int32_t*, int32_t*, char*, size_t);

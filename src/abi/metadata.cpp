@@ -50,6 +50,13 @@ void state_unit(const int32_t* iMod, const int32_t* iVar, char* Unit, std::size_
     tervak::meta::put_counted(Unit, len, tervak::meta::state_unit(value(iMod), value(iVar)));
 }
 
+void param_range(const int32_t* iMod, const int32_t* iParam, double* Lo, double* Hi, int32_t* Kind) {
+    const tervak::meta::ParamRange r = tervak::meta::param_range(value(iMod), value(iParam));
+    if (Lo) *Lo = r.lo;
+    if (Hi) *Hi = r.hi;
+    set(Kind, r.kind);
+}
+
 }  // namespace
 
 // Both spellings of each routine share one body.
@@ -74,5 +81,9 @@ TERVAK_BOTH(getstatevarname, state_name,
 TERVAK_BOTH(getstatevarunit, state_unit,
             (int32_t * iMod, int32_t* iVar, char* Unit, std::size_t Unit_len),
             (iMod, iVar, Unit, Unit_len))
+
+TERVAK_BOTH(getparamrange, param_range,
+            (int32_t * iMod, int32_t* iParam, double* Lo, double* Hi, int32_t* Kind),
+            (iMod, iParam, Lo, Hi, Kind))
 
 #undef TERVAK_BOTH

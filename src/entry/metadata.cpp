@@ -53,6 +53,13 @@ std::string_view state_unit(int iMod, int iVar) {
     return e ? e->unit : std::string_view{};
 }
 
+ParamRange param_range(int iMod, int iParam) {
+    const params::Entry* e = param(iMod, iParam);
+    if (!e || !e->range.known) return {0.0, 0.0, 0};
+    const params::Range& r = e->range;
+    return {r.lo, r.hi, 1 + (r.lo_open ? 2 : 0) + (r.hi_open ? 4 : 0)};
+}
+
 void put_counted(char* buf, std::size_t len, std::string_view text) {
     if (buf == nullptr || len == 0) return;
     std::size_t n = text.size();

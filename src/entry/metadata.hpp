@@ -18,6 +18,14 @@ int state_count(int iMod);
 std::string_view state_name(int iMod, int iVar);
 std::string_view state_unit(int iMod, int iVar);
 
+// The valid range of a parameter: kind 0 when none is known, otherwise
+// 1 + 2 (lower end open) + 4 (upper end open); infinite ends mean no limit.
+struct ParamRange {
+    double lo, hi;
+    int kind;
+};
+ParamRange param_range(int iMod, int iParam);
+
 // Writes text into a length-prefixed character buffer of `len` bytes: the
 // first byte holds the number of characters that follow. Writes at most
 // `len` bytes (and at most 255 characters), nothing when `buf` is null or

@@ -152,4 +152,10 @@ API void getstatevarname_(int32_t* m, int32_t* /*i*/, char* name, size_t len) {
     put(name, len, *m == 1 ? "steps" : "eps_p");
 }
 API void getstatevarunit_(int32_t* /*m*/, int32_t* /*i*/, char* unit, size_t len) { put(unit, len, "-"); }
+// Valid ranges: E > 0, 0 <= nu < 0.5, q_max > 0.
+API void getparamrange_(int32_t* /*m*/, int32_t* i, double* lo, double* hi, int32_t* kind) {
+    *lo = 0.0;
+    *hi = *i == 2 ? 0.5 : INFINITY;
+    *kind = *i == 2 ? 1 + 4 : 1 + 2 + 4;
+}
 #endif

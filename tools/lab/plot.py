@@ -18,7 +18,8 @@ panels that suit the test type:
                 stress components
 
 Tests of the same file and type are also drawn together
-(<file stem>_<type>.png). A measured laboratory CSV named in the test file
+(<file stem>_<type>.png), and the results page index.html (report.py)
+lists the summary, parameters, warnings and every figure. A measured laboratory CSV named in the test file
 is drawn as markers on every panel whose columns it provides.
 
 Results in the CSV are in the soil-mechanics sign: compression positive.
@@ -35,9 +36,14 @@ try:
 
     matplotlib.use("Agg")
     import matplotlib.pyplot as plt
+    import matplotlib.ticker as ticker
 except ImportError:  # pragma: no cover - depends on the system
     sys.stderr.write("plot.py: matplotlib is missing (Debian package python3-matplotlib)\n")
     sys.exit(2)
+
+
+sys.path.insert(0, os.path.dirname(os.path.abspath(__file__)))
+import report  # noqa: E402  (beside this script)
 
 
 class PlotError(Exception):
@@ -117,15 +123,34 @@ def measured_data(meta, where):
     return derived(out)
 
 
-def panel(ax, data, x, y, label=None, xlabel="", ylabel="", meas=None, logx=False, invert_y=False, style="-"):
-    if x in data and y in data:
-        ax.plot(data[x], data[y], style, lw=1.2, label=label)
+def log_axis(ax):
+    """A logarithmic x axis labelled at 1, 2 and 5 of every decade."""
+    ax.set_xscale("log")
+    ax.xaxis.set_major_locator(ticker.LogLocator(base=10.0, subs=(1.0, 2.0, 5.0)))
+    ax.xaxis.set_major_formatter(ticker.FuncFormatter(lambda v, _: "%g" % v))
+    ax.xaxis.set_minor_locator(ticker.LogLocator(base=10.0, subs=tuple(range(1, 10))))
+    ax.xaxis.set_minor_formatter(ticker.NullFormatter())
+    ax.grid(True, which="minor", lw=0.2, alpha=0.3)
+
+
+def positive_only(xs, ys):
+    pairs = [(a, b) for a, b in zip(xs, ys) if a > 0 and not math.isnan(b)]
+    return [a for a, _ in pairs], [b for _, b in pairs]
+
+
+def panel(ax, data, x, y, label=None, xlabel="", ylabel="", meas=None, logx=False, invert_y=False, style="-",
+          color=None):
+    if x in data and y in data and any(not math.isnan(v) for v in data[y]):
+        xs, ys = data[x], data[y]
+        if logx:
+            xs, ys = positive_only(xs, ys)
+        ax.plot(xs, ys, style, lw=1.2, label=label, color=color)
     if meas is not None and x in meas and y in meas:
         ax.plot(meas[x], meas[y], "o", ms=3, mfc="none", color="k", label="measured")
     ax.set_xlabel(xlabel)
     ax.set_ylabel(ylabel)
     if logx:
-        ax.set_xscale("log")
+        log_axis(ax)
     if invert_y and not ax.yaxis_inverted():
         ax.invert_yaxis()
     ax.grid(True, lw=0.3, alpha=0.5)
@@ -143,92 +168,194 @@ def title_of(meta):
     return s
 
 
-def figure_for(meta, data, meas):
-    kind = meta.get("type")
-    u = units_of(meta)
-    undrained = bool(meta.get("undrained"))
-    if kind == "triaxial":
-        fig, ax = plt.subplots(2, 2, figsize=(10, 8))
-        panel(ax[0][0], data, "eps_yy_pct", "q_ax", xlabel="axial strain [%]", ylabel="deviator q [%s]" % u, meas=meas)
-        if undrained:
-            panel(ax[0][1], data, "eps_yy_pct", "u", xlabel="axial strain [%]", ylabel="excess pore pressure [%s]" % u, meas=meas)
+def stage_roles(meta, data):
+    """The role of the stage of every row ("" for the initial row)."""
+    stages = meta.get("stages") or []
+    out = []
+    for sn in data.get("stage", []):
+        k = int(sn) if not math.isnan(sn) else 0
+        out.append(stages[k - 1].get("role", "") if 1 <= k <= len(stages) else "")
+    return out
+
+
+def shearing(meta, data):
+    """Rows from the end of consolidation on, strains counted from there."""
+    roles = stage_roles(meta, data)
+    first = 0
+    for i, r in enumerate(roles):
+        if r in ("", "consolidation"):
+            first = i
+    d = {k: v[first:] for k, v in data.items() if isinstance(v, list) and len(v) == len(roles)}
+    for k in ("eps_yy", "eps_v"):
+        if k in d and d[k]:
+            d[k + "_pct"] = [100.0 * (x - d[k][0]) for x in d[k]]
+    if "u" in d and d["u"]:
+        d["du"] = [x - d["u"][0] for x in d["u"]]
+    return d
+
+
+def cycle_numbers(meta, data):
+    """Cycle count N of every row of a cyclic test (NaN outside cycles)."""
+    stages = meta.get("stages") or []
+    base, bases = 0.0, []
+    for s in stages:
+        bases.append(base)
+        if s.get("role") == "cycle" and s.get("cycle", 0) >= 1:
+            base += 0.5
+    out = []
+    for sn, inc in zip(data.get("stage", []), data.get("increment", [])):
+        k = int(sn) if not math.isnan(sn) else 0
+        if 1 <= k <= len(stages) and stages[k - 1].get("role") == "cycle" and stages[k - 1].get("cycle", 0) >= 1:
+            out.append(bases[k - 1] + 0.5 * inc / max(1, stages[k - 1].get("steps", 1)))
         else:
-            panel(ax[0][1], data, "eps_yy_pct", "eps_v_pct", xlabel="axial strain [%]",
-                  ylabel="volumetric strain [%] (compression +)", meas=meas)
-        panel(ax[1][0], data, "p", "q_ax", xlabel="mean effective stress p' [%s]" % u, ylabel="deviator q [%s]" % u, meas=meas)
-        panel(ax[1][1], data, "eps_yy_pct", "eta", xlabel="axial strain [%]", ylabel="stress ratio q/p'", meas=meas)
-    elif kind == "oedometer":
-        fig, ax = plt.subplots(1, 3, figsize=(14, 4.5))
-        panel(ax[0], data, "sig_yy", "eps_yy_pct", xlabel="vertical effective stress [%s]" % u,
-              ylabel="axial strain [%]", meas=meas, logx=True, invert_y=True)
-        panel(ax[1], data, "sig_yy", "sig_xx", xlabel="vertical effective stress [%s]" % u,
-              ylabel="horizontal effective stress [%s]" % u, meas=meas)
-        panel(ax[2], data, "sig_yy", "k_lat", xlabel="vertical effective stress [%s]" % u,
-              ylabel="K = horizontal / vertical", meas=meas)
-    elif kind == "isotropic":
-        fig, ax = plt.subplots(1, 2, figsize=(10, 4.5))
-        panel(ax[0], data, "p", "eps_v_pct", xlabel="mean effective stress p' [%s]" % u,
-              ylabel="volumetric strain [%]", meas=meas, logx=True, invert_y=True)
-        panel(ax[1], data, "p", "u", xlabel="mean effective stress p' [%s]" % u, ylabel="pore pressure [%s]" % u, meas=meas)
-    elif kind == "simple_shear":
-        fig, ax = plt.subplots(1, 3, figsize=(15, 4.5))
-        stages = meta.get("stages") or []
-        amps = []
-        for s in stages:
-            a = s.get("amplitude")
-            if a and a not in amps:
-                amps.append(a)
-        cmap = plt.get_cmap("viridis")
-        st = data.get("stage", [])
-        for i, a in enumerate(amps):
-            # The last cycle of each amplitude.
-            last = max([s.get("cycle", 0) for s in stages if s.get("amplitude") == a] or [0])
-            idx = [k for k, sn in enumerate(st)
-                   if 1 <= int(sn) <= len(stages) and stages[int(sn) - 1].get("amplitude") == a
-                   and stages[int(sn) - 1].get("cycle", 0) == last]
-            if not idx:
-                continue
-            # Loops normalised by the amplitude so that all sizes show.
-            g = [data["gam_xy"][k] / a for k in idx]
-            t = [data["tau"][k] for k in idx]
-            tmax = max(abs(x) for x in t) or 1.0
-            ax[0].plot(g, [x / tmax for x in t], lw=1.0, color=cmap(i / max(1, len(amps) - 1)), label="%.3g" % a)
-        ax[0].set_xlabel("shear strain / amplitude")
-        ax[0].set_ylabel("shear stress / its peak")
-        ax[0].legend(title="amplitude", fontsize=7)
-        ax[0].grid(True, lw=0.3, alpha=0.5)
-        cyc = meta.get("cyclic") or []
-        gam = [c["gamma"] for c in cyc if c.get("G_ratio") is not None]
-        ax[1].plot(gam, [c["G_ratio"] for c in cyc if c.get("G_ratio") is not None], "o-")
-        ax[1].set_xscale("log")
-        ax[1].set_xlabel("shear strain amplitude")
-        ax[1].set_ylabel("G / G0")
-        ax[1].set_ylim(0, 1.1)
-        ax[1].grid(True, which="both", lw=0.3, alpha=0.5)
-        gd = [c["gamma"] for c in cyc if c.get("damping") is not None]
-        ax[2].plot(gd, [100.0 * c["damping"] for c in cyc if c.get("damping") is not None], "s-")
-        ax[2].set_xscale("log")
-        ax[2].set_xlabel("shear strain amplitude")
-        ax[2].set_ylabel("damping ratio [%]")
-        ax[2].grid(True, which="both", lw=0.3, alpha=0.5)
-        if meas is not None:
-            if "gamma" in meas and "G_ratio" in meas:
-                ax[1].plot(meas["gamma"], meas["G_ratio"], "o", mfc="none", color="k", label="measured")
-            if "gamma" in meas and "damping" in meas:
-                ax[2].plot(meas["gamma"], [100 * x for x in meas["damping"]], "o", mfc="none", color="k")
+            out.append(float("nan"))
+    return out
+
+
+def has_values(data, key):
+    return key in data and any(not math.isnan(v) for v in data[key])
+
+
+def cyclic_panel(ax, meta, data, u):
+    """Pore pressure and p' against the number of cycles."""
+    n = cycle_numbers(meta, data)
+    for key, lab in (("u", "pore pressure u"), ("p", "mean effective stress p'")):
+        pts = [(a, b) for a, b in zip(n, data[key]) if not math.isnan(a)]
+        ax.plot([a for a, _ in pts], [b for _, b in pts], lw=1.0, label=lab)
+    ax.set_xlabel("number of cycles N")
+    ax.set_ylabel("stress [%s]" % u)
+    ax.legend(fontsize=7)
+    ax.grid(True, lw=0.3, alpha=0.5)
+
+
+def is_cyclic(meta):
+    return any(s.get("role") == "cycle" and s.get("cycle", 0) >= 1 for s in meta.get("stages") or [])
+
+
+def triaxial_figure(meta, data, meas, u):
+    sh = shearing(meta, data)
+    extra = [k for k, on in (("e", has_values(data, "e")), ("cyc", is_cyclic(meta) and meta.get("undrained"))) if on]
+    fig, ax = plt.subplots(2, 2 + (1 if extra else 0), figsize=(15 if extra else 10, 8))
+    ax = [a for row in ax for a in row]
+    panel(ax[0], sh, "eps_yy_pct", "q_ax", xlabel="axial strain since the start of shearing [%]", ylabel="deviator q [%s]" % u, meas=meas)
+    if meta.get("undrained"):
+        panel(ax[1], sh, "eps_yy_pct", "du", xlabel="axial strain since the start of shearing [%]", ylabel="excess pore pressure [%s]" % u, meas=meas)
     else:
-        fig, ax = plt.subplots(2, 2, figsize=(10, 8))
-        panel(ax[0][0], data, "eps_q_pct", "q", xlabel="deviatoric strain [%]", ylabel="q [%s]" % u, meas=meas)
-        panel(ax[0][1], data, "p", "q", xlabel="mean effective stress p' [%s]" % u, ylabel="q [%s]" % u, meas=meas)
-        panel(ax[1][0], data, "eps_q_pct", "eps_v_pct", xlabel="deviatoric strain [%]", ylabel="volumetric strain [%]", meas=meas)
-        a = ax[1][1]
-        for c in ("sig_xx", "sig_yy", "sig_zz", "sig_xy", "u"):
-            if c in data:
-                a.plot(data["step"], data[c], lw=1.0, label=c)
-        a.set_xlabel("increment")
-        a.set_ylabel("stress [%s]" % u)
-        a.legend(fontsize=7)
+        panel(ax[1], sh, "eps_yy_pct", "eps_v_pct", xlabel="axial strain since the start of shearing [%]",
+              ylabel="volumetric strain [%] (compression +)", meas=meas)
+    panel(ax[2 + (1 if extra else 0)], data, "p", "q_ax", xlabel="mean effective stress p' [%s]" % u, ylabel="deviator q [%s]" % u, meas=meas)
+    panel(ax[3 + (1 if extra else 0)], sh, "eps_yy_pct", "eta", xlabel="axial strain since the start of shearing [%]", ylabel="stress ratio q/p'", meas=meas)
+    slots = [ax[2], ax[5]] if extra else []
+    for k, a in zip(extra, slots):
+        if k == "e":
+            panel(a, data, "p", "e", xlabel="mean effective stress p' [%s] (log)" % u, ylabel="void ratio e", logx=True)
+        else:
+            cyclic_panel(a, meta, data, u)
+    for a in slots[len(extra):]:
+        a.axis("off")
+    return fig
+
+
+def oedometer_figure(meta, data, meas, u):
+    with_e = has_values(data, "e")
+    fig, ax = plt.subplots(1, 4 if with_e else 3, figsize=(18 if with_e else 14, 4.5))
+    panel(ax[0], data, "sig_yy", "eps_yy_pct", xlabel="vertical effective stress [%s] (log)" % u,
+          ylabel="axial strain [%]", meas=meas, logx=True, invert_y=True)
+    panel(ax[1], data, "sig_yy", "sig_xx", xlabel="vertical effective stress [%s]" % u,
+          ylabel="horizontal effective stress [%s]" % u, meas=meas)
+    panel(ax[2], data, "sig_yy", "k_lat", xlabel="vertical effective stress [%s]" % u,
+          ylabel="K = horizontal / vertical", meas=meas)
+    if with_e:
+        panel(ax[3], data, "sig_yy", "e", xlabel="vertical effective stress σ'v [%s] (log)" % u,
+              ylabel="void ratio e", meas=meas, logx=True)
+    return fig
+
+
+def isotropic_figure(meta, data, meas, u):
+    with_e = has_values(data, "e")
+    fig, ax = plt.subplots(1, 3 if with_e else 2, figsize=(15 if with_e else 10, 4.5))
+    panel(ax[0], data, "p", "eps_v_pct", xlabel="mean effective stress p' [%s] (log)" % u,
+          ylabel="volumetric strain [%]", meas=meas, logx=True, invert_y=True)
+    panel(ax[1], data, "p", "u", xlabel="mean effective stress p' [%s]" % u, ylabel="pore pressure [%s]" % u, meas=meas)
+    if with_e:
+        panel(ax[2], data, "p", "e", xlabel="mean effective stress p' [%s] (log)" % u, ylabel="void ratio e",
+              meas=meas, logx=True)
+    return fig
+
+
+def amplitudes(stages):
+    amps = []
+    for s in stages:
+        a = s.get("amplitude")
+        if a and a not in amps:
+            amps.append(a)
+    return amps
+
+
+def loops_panel(ax, meta, data):
+    stages = meta.get("stages") or []
+    amps = amplitudes(stages)
+    cmap = plt.get_cmap("viridis")
+    st = data.get("stage", [])
+    for i, a in enumerate(amps):
+        last = max([s.get("cycle", 0) for s in stages if s.get("amplitude") == a] or [0])
+        idx = [k for k, sn in enumerate(st)
+               if 1 <= int(sn) <= len(stages) and stages[int(sn) - 1].get("amplitude") == a
+               and stages[int(sn) - 1].get("cycle", 0) == last]
+        if not idx:
+            continue
+        g = [data["gam_xy"][k] / a for k in idx]
+        t = [data["tau"][k] for k in idx]
+        tmax = max(abs(x) for x in t) or 1.0
+        ax.plot(g, [x / tmax for x in t], lw=1.0, color=cmap(i / max(1, len(amps) - 1)), label="%.3g" % a)
+    ax.set_xlabel("shear strain / amplitude")
+    ax.set_ylabel("shear stress / its peak")
+    ax.legend(title="amplitude", fontsize=7)
+    ax.grid(True, lw=0.3, alpha=0.5)
+
+
+def simple_shear_figure(meta, data, meas, u):
+    undrained = bool(meta.get("undrained"))
+    fig, ax = plt.subplots(1, 4 if undrained else 3, figsize=(20 if undrained else 15, 4.5))
+    loops_panel(ax[0], meta, data)
+    cyc = meta.get("cyclic") or []
+    for a, key, scale, ylab, mk in ((ax[1], "G_ratio", 1.0, "G / G0", "o-"), (ax[2], "damping", 100.0, "damping ratio [%]", "s-")):
+        pts = [(c["gamma"], scale * c[key]) for c in cyc if c.get(key) is not None]
+        a.plot([g for g, _ in pts], [v for _, v in pts], mk)
+        log_axis(a)
+        a.set_xlabel("shear strain amplitude")
+        a.set_ylabel(ylab)
         a.grid(True, lw=0.3, alpha=0.5)
+        if meas is not None and "gamma" in meas and key in meas:
+            a.plot(meas["gamma"], [scale * x for x in meas[key]], "o", mfc="none", color="k", label="measured")
+    ax[1].set_ylim(0, 1.1)
+    if undrained:
+        cyclic_panel(ax[3], meta, data, u)
+    return fig
+
+
+def general_figure(meta, data, meas, u):
+    fig, ax = plt.subplots(2, 2, figsize=(10, 8))
+    panel(ax[0][0], data, "eps_q_pct", "q", xlabel="deviatoric strain [%]", ylabel="q [%s]" % u, meas=meas)
+    panel(ax[0][1], data, "p", "q", xlabel="mean effective stress p' [%s]" % u, ylabel="q [%s]" % u, meas=meas)
+    panel(ax[1][0], data, "eps_q_pct", "eps_v_pct", xlabel="deviatoric strain [%]", ylabel="volumetric strain [%]", meas=meas)
+    a = ax[1][1]
+    for c in ("sig_xx", "sig_yy", "sig_zz", "sig_xy", "u"):
+        if c in data:
+            a.plot(data["step"], data[c], lw=1.0, label=c)
+    a.set_xlabel("increment")
+    a.set_ylabel("stress [%s]" % u)
+    a.legend(fontsize=7)
+    a.grid(True, lw=0.3, alpha=0.5)
+    return fig
+
+
+FIGURES = {"triaxial": triaxial_figure, "oedometer": oedometer_figure, "isotropic": isotropic_figure,
+           "simple_shear": simple_shear_figure}
+
+
+def figure_for(meta, data, meas):
+    fig = FIGURES.get(meta.get("type"), general_figure)(meta, data, meas, units_of(meta))
     fig.suptitle(title_of(meta), fontsize=10)
     fig.tight_layout()
     return fig
@@ -238,17 +365,23 @@ def overlay(group, out):
     """Tests of one file and type drawn together (first panels only)."""
     kind = group[0][0].get("type")
     if kind not in ("triaxial", "oedometer", "isotropic"):
-        return
+        return False
     u = units_of(group[0][0])
     if kind == "triaxial":
-        fig, ax = plt.subplots(1, 3, figsize=(15, 4.5))
-        for meta, data in group:
-            lab = meta.get("test")
-            panel(ax[0], data, "eps_yy_pct", "q_ax", label=lab, xlabel="axial strain [%]", ylabel="deviator q [%s]" % u)
-            key = "u" if meta.get("undrained") else "eps_v_pct"
-            panel(ax[1], data, "eps_yy_pct", key, label=lab, xlabel="axial strain [%]",
-                  ylabel="volumetric strain [%%] / pore pressure [%s]" % u)
-            panel(ax[2], data, "p", "q_ax", label=lab, xlabel="p' [%s]" % u, ylabel="q [%s]" % u)
+        # Volumetric strain and pore pressure have different units: own axes.
+        fig, ax = plt.subplots(1, 4, figsize=(19, 4.5))
+        for i, (meta, data) in enumerate(group):
+            lab, c = meta.get("test"), "C%d" % (i % 10)
+            sh = shearing(meta, data)
+            xl = "axial strain since the start of shearing [%]"
+            panel(ax[0], sh, "eps_yy_pct", "q_ax", label=lab, xlabel=xl, ylabel="deviator q [%s]" % u, color=c)
+            if meta.get("undrained"):
+                panel(ax[2], sh, "eps_yy_pct", "du", label=lab, xlabel=xl,
+                      ylabel="excess pore pressure [%s] (undrained tests)" % u, color=c)
+            else:
+                panel(ax[1], sh, "eps_yy_pct", "eps_v_pct", label=lab, xlabel=xl,
+                      ylabel="volumetric strain [%] (drained tests)", color=c)
+            panel(ax[3], data, "p", "q_ax", label=lab, xlabel="p' [%s]" % u, ylabel="q [%s]" % u, color=c)
     elif kind == "oedometer":
         fig, ax = plt.subplots(1, 1, figsize=(6, 4.5))
         ax = [ax]
@@ -262,11 +395,15 @@ def overlay(group, out):
             panel(ax[0], data, "p", "eps_v_pct", label=meta.get("test"), xlabel="p' [%s]" % u,
                   ylabel="volumetric strain [%]", logx=True, invert_y=True)
     for a in ax:
-        a.legend(fontsize=7)
+        if a.get_legend_handles_labels()[0]:
+            a.legend(fontsize=7)
+        else:
+            a.axis("off")
     fig.suptitle("%s: %s tests" % (group[0][0].get("soil") or group[0][0].get("title", ""), kind), fontsize=10)
     fig.tight_layout()
     fig.savefig(out, dpi=110)
     plt.close(fig)
+    return True
 
 
 def load(path):
@@ -295,9 +432,11 @@ def main(argv):
     status = 0
     groups = {}
     written = []
+    metas = {}
     for path in argv[1:]:
         try:
             meta, data = load(path)
+            metas.setdefault(os.path.dirname(os.path.abspath(path)), []).append(meta)
             meas = measured_data(meta, path)
             fig = figure_for(meta, data, meas)
             out = os.path.splitext(path)[0] + ".png"
@@ -314,12 +453,16 @@ def main(argv):
         if len(group) >= 2:
             out = os.path.join(folder, "%s_%s.png" % (stem, kind))
             try:
-                overlay(group, out)
-                written.append(out)
+                if overlay(group, out):
+                    written.append(out)
             except (ValueError, KeyError) as e:
                 sys.stderr.write("plot.py: %s: %s\n" % (out, e))
                 status = 1
     sys.stdout.write("plot.py: %d figure(s) written\n" % len(written))
+    for folder, ms in sorted(metas.items()):
+        overlays = [w for w in written if os.path.dirname(os.path.abspath(w)) == folder
+                    and os.path.splitext(os.path.basename(w))[0] not in {m["id"] for m in ms}]
+        sys.stdout.write("plot.py: report %s\n" % report.write_report(folder, ms, overlays))
     return status
 
 

@@ -52,6 +52,17 @@ int tervak_lab_state(const tervak_lab_point* pt, double sig[6], double eps[6], d
 int tervak_lab_run_file(const char* test_file, const char* library, const char* out_dir, char* err,
                         size_t errlen);
 
+/* Reads and checks a test file against the library without running it:
+ * 0 when it is accepted, otherwise 2 with a message naming the file and
+ * the field. */
+int tervak_lab_check_file(const char* test_file, const char* library, char* err, size_t errlen);
+
+/* Task 7 of user_mod_ (model 1: calibration of Props(13) and Props(10))
+ * on props, nprops values (padded with zeros to 50), updated in place.
+ * The library's progress lines go to standard output. */
+int tervak_lab_calibrate(const char* library, int model, double* props, int nprops, char* err,
+                         size_t errlen);
+
 #ifdef __cplusplus
 }
 #endif

@@ -10,6 +10,8 @@
 #include <utility>
 #include <vector>
 
+#include <toml++/toml.h>
+
 #include "model_library.hpp"
 #include "point_driver.hpp"
 
@@ -18,12 +20,19 @@ namespace tervak::lab {
 enum class TestKind { Isotropic, Triaxial, Oedometer, SimpleShear, General };
 const char* kind_name(TestKind k);
 
+// A target that is known only when the stage starts: the axial strain
+// counted from the start of shearing, or the deviator q = σa − σr over the
+// lateral total stress reached then (soil-mechanics sign).
+enum class Anchor { None, ShearStrain, Deviator };
+
 // What the summary and the plots need to know about a stage.
 struct StageInfo {
     std::string name;
     std::string role;        // "consolidation", "shear", "load", "unload", "reload", "cycle", "path"
-    double amplitude = 0.0;  // cyclic shear: single strain amplitude
-    int cycle = 0;           // cyclic shear: 1-based cycle number, 0 for the first quarter
+    double amplitude = 0.0;  // cyclic: single amplitude (strain, or q for stress cycles)
+    int cycle = 0;           // cyclic: 1-based cycle number, 0 for the first quarter
+    Anchor anchor = Anchor::None;
+    double target = 0.0;     // axial strain or q of the anchor
 };
 
 struct Measured {
@@ -49,6 +58,7 @@ struct LabTest {
     double reference_pressure = std::numeric_limits<double>::quiet_NaN();
     std::vector<double> secant_at;  // shear strains for secant G
     double g0 = std::numeric_limits<double>::quiet_NaN();
+    double e0 = std::numeric_limits<double>::quiet_NaN();  // initial void ratio
     bool has_measured = false;
     Measured measured;
 };
@@ -74,11 +84,9 @@ TestFile load_test_file(const std::string& path, const ModelLibrary& lib);
 // resolving relative file names).
 TestFile parse_test_file(const std::string& text, const std::string& path, const ModelLibrary& lib);
 
-// The lab's knowledge of the valid parameter ranges of the Tervak models
-// (by position); empty text when the value is acceptable.
-std::string check_parameter_range(int model, int position, double value);
-// The lab's own short names for the Tervak parameters (fallback without
-// metadata), "" when unknown.
-std::string builtin_parameter_name(int model, int position);
+// The stages of a built-in test from its table (lab_stages.cpp); `w`
+// names the test for messages.
+struct Where;
+void build_stages(const toml::table& t, const Where& w, const TestFile& file, LabTest& test, bool undrained);
 
 }  // namespace tervak::lab

@@ -2,6 +2,8 @@
 
 #include <dlfcn.h>
 
+#include <cmath>
+#include <cstdio>
 #include <cstring>
 
 #include "lab_error.hpp"
@@ -43,11 +45,13 @@ ModelLibrary::ModelLibrary(const std::string& path) : path_(path) {
     sv_count_fn_ = reinterpret_cast<CountOfFn>(sym("getstatevarcount"));
     sv_name_fn_ = reinterpret_cast<ItemFn>(sym("getstatevarname"));
     sv_unit_fn_ = reinterpret_cast<ItemFn>(sym("getstatevarunit"));
+    param_range_fn_ = reinterpret_cast<RangeFn>(sym("getparamrange"));
     // Without a model count the other descriptions are not used.
     if (!model_count_fn_) {
         model_name_fn_ = nullptr;
         param_count_fn_ = nullptr;
         sv_count_fn_ = nullptr;
+        param_range_fn_ = nullptr;
     }
     tervak_marker_ = dlsym(handle_, "mymodel1_") != nullptr;
 }
@@ -108,7 +112,39 @@ std::vector<FieldInfo> ModelLibrary::fields(int model, CountOfFn count, ItemFn n
 }
 
 std::vector<FieldInfo> ModelLibrary::parameters(int model) const {
-    return fields(model, param_count_fn_, param_name_fn_, param_unit_fn_);
+    std::vector<FieldInfo> out = fields(model, param_count_fn_, param_name_fn_, param_unit_fn_);
+    if (!param_range_fn_) return out;
+    for (size_t i = 0; i < out.size(); ++i) {
+        int32_t m = model, k = static_cast<int32_t>(i) + 1, kind = 0;
+        double lo = 0.0, hi = 0.0;
+        param_range_fn_(&m, &k, &lo, &hi, &kind);
+        if (kind >= 1 && kind <= 7 && !std::isnan(lo) && !std::isnan(hi)) out[i].range = {lo, hi, kind};
+    }
+    return out;
+}
+
+bool ValidRange::contains(double x) const {
+    if (!known()) return true;
+    if (std::isnan(x)) return false;
+    bool lo_ok = (kind & 2) ? x > lo : x >= lo;
+    bool hi_ok = (kind & 4) ? x < hi : x <= hi;
+    return lo_ok && hi_ok;
+}
+
+std::string ValidRange::text() const {
+    if (!known()) return {};
+    char buf[96];
+    std::string s;
+    if (std::isfinite(lo)) {
+        std::snprintf(buf, sizeof buf, "%.10g %s ", lo, (kind & 2) ? "<" : "<=");
+        s += buf;
+    }
+    s += "value";
+    if (std::isfinite(hi)) {
+        std::snprintf(buf, sizeof buf, " %s %.10g", (kind & 4) ? "<" : "<=", hi);
+        s += buf;
+    }
+    return s;
 }
 
 std::vector<FieldInfo> ModelLibrary::state_variables(int model) const {

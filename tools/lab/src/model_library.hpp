@@ -10,9 +10,20 @@
 
 namespace tervak::lab {
 
+// A valid range as the library states it: kind 0 when none is given,
+// otherwise 1 + 2 (lower end excluded) + 4 (upper end excluded).
+struct ValidRange {
+    double lo = 0.0, hi = 0.0;
+    int kind = 0;
+    bool known() const { return kind != 0; }
+    bool contains(double x) const;
+    std::string text() const;  // "0 < value <= 1"
+};
+
 struct FieldInfo {
     std::string name;
     std::string unit;
+    ValidRange range;  // parameters only, when the library states ranges
 };
 
 class ModelLibrary {
@@ -38,12 +49,15 @@ public:
     // True for the Tervak library itself (it exports its model routines),
     // whose parameter layouts the lab knows.
     bool is_tervak() const { return tervak_marker_; }
+    // True when the library states the valid ranges of its parameters.
+    bool has_ranges() const { return param_range_fn_ != nullptr; }
 
 private:
     using CountFn = void (*)(int32_t*);
     using NameFn = void (*)(int32_t*, char*, size_t);
     using CountOfFn = void (*)(int32_t*, int32_t*);
     using ItemFn = void (*)(int32_t*, int32_t*, char*, size_t);
+    using RangeFn = void (*)(int32_t*, int32_t*, double*, double*, int32_t*);
 
     void* sym(const char* name) const;
     std::vector<FieldInfo> fields(int model, CountOfFn count, ItemFn name, ItemFn unit) const;
@@ -59,6 +73,7 @@ private:
     CountOfFn sv_count_fn_ = nullptr;
     ItemFn sv_name_fn_ = nullptr;
     ItemFn sv_unit_fn_ = nullptr;
+    RangeFn param_range_fn_ = nullptr;
     bool tervak_marker_ = false;
 };
 

@@ -90,6 +90,8 @@ struct IncrementFailure : LabError {
     int increment;
 };
 
+struct Unknowns;  // the stress-controlled unknowns of an increment
+
 class PointDriver {
 public:
     using Callback = std::function<void(const IncrementRecord&, const PointState&)>;
@@ -128,6 +130,13 @@ private:
         int iterations = 0;
         Vec6 deps{};
     };
+    void read_attributes(const Vec6& sig0);
+    void commit(const Trial& t, const StagePlan& stage, int stage_number, int j, double lam, int cuts,
+                const Callback& cb);
+    bool predict(const Unknowns& u, const std::vector<double>& J0, const Mat6& D, double bulkw,
+                 bool undrained, Vec6& deps) const;
+    bool answer(const Vec6& deps, bool undrained, long step, int it, const Mat6& D, double bulkw, Trial& t,
+                std::string& why);
     bool solve_increment(const std::array<Control, 6>& ctl, const Vec6& target,
                          const std::vector<std::vector<int>>& groups, bool undrained, long step,
                          Trial& out, std::string& why);
