@@ -11,7 +11,7 @@
 #include <random>
 #include <vector>
 
-#include "kernels/cap_kernels.hpp"
+#include "support/kernel_calls.hpp"
 #include "kernels/cap_surface.hpp"
 #include "kernels/kernels.hpp"
 #include "toolkit/elastic.hpp"

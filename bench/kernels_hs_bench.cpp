@@ -9,7 +9,7 @@
 #include <random>
 #include <vector>
 
-#include "kernels/hs_kernels.hpp"
+#include "support/kernel_calls.hpp"
 #include "kernels/kernels.hpp"
 #include "toolkit/elastic.hpp"
 

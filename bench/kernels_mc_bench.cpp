@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include "kernels/kernels.hpp"
+#include "support/kernel_calls.hpp"
 #include "toolkit/elastic.hpp"
 
 namespace {
@@ -29,8 +30,8 @@ Setup make(Kernel k, int area) {
     const double cc = 10.0 * std::cos(32.0 * 0.017453292519444445);
     const double sq = std::sin(4.0 * 0.017453292519444445);
     const double st = -2.0;
-    const bool tension_only = (k == tervak::TRAC_plast);
-    const bool with_cut_off = (k == tervak::MC_TRAC_plast);
+    const bool tension_only = (k == static_cast<Kernel>(tervak::TRAC_plast));
+    const bool with_cut_off = (k == static_cast<Kernel>(tervak::MC_TRAC_plast));
     const double s3 = (tension_only || with_cut_off) ? st : 80.0;
     const double s1 = tension_only ? 150.0 : (s3 * (1.0 + sp) + 2.0 * cc) / (1.0 - sp);
     Vec3 P{{s1, area == 1 ? 0.5 * (s1 + s3) : (area == 2 ? s3 : s1), s3}};

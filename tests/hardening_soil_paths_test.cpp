@@ -393,8 +393,8 @@ TEST(StiffnessOut, ElasticPathReturnsTheStartMatrix) {
 
 // The message tables as the system writes them.
 TEST(Messages, TextsOfBothLanguages) {
-    using tervak::hs::kEnglish;
-    using tervak::hs::kSpanish;
+    using tervak::sp::kEnglish;
+    using tervak::sp::kSpanish;
     EXPECT_EQ(kEnglish.trac.area3, "POINT OUT OF f12, AREA=3");
     EXPECT_EQ(kSpanish.trac.area3, "PUNTO FUERA DE f12, AREA=3");
     EXPECT_EQ(kEnglish.mc_trac.area2, "");
@@ -410,11 +410,11 @@ TEST(Messages, TextsOfBothLanguages) {
     EXPECT_EQ(kSpanish.finalStress,
               "Las tensiones ppales al final de este paso de cálculo son Prs=");
     // Every English step text has its Spanish twin.
-    using T = tervak::hs::StepTexts tervak::hs::Messages::*;
-    for (T step : {&tervak::hs::Messages::hs, &tervak::hs::Messages::mc,
-                   &tervak::hs::Messages::trac, &tervak::hs::Messages::hs_trac,
-                   &tervak::hs::Messages::mc_trac, &tervak::hs::Messages::cap,
-                   &tervak::hs::Messages::hs_cap, &tervak::hs::Messages::mc_cap}) {
+    using T = tervak::sp::StepTexts tervak::sp::Messages::*;
+    for (T step : {&tervak::sp::Messages::hs, &tervak::sp::Messages::mc,
+                   &tervak::sp::Messages::trac, &tervak::sp::Messages::hs_trac,
+                   &tervak::sp::Messages::mc_trac, &tervak::sp::Messages::cap,
+                   &tervak::sp::Messages::hs_cap, &tervak::sp::Messages::mc_cap}) {
         const auto* en = &(kEnglish.*step);
         const auto* es = &(kSpanish.*step);
         EXPECT_EQ(spanish(std::string(en->message)), es->message);

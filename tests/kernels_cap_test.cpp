@@ -16,7 +16,7 @@
 #include <random>
 #include <string>
 
-#include "kernels/cap_kernels.hpp"
+#include "support/kernel_calls.hpp"
 #include "kernels/cap_surface.hpp"
 #include "kernels/kernels.hpp"
 #include "support/test_support.hpp"
@@ -304,25 +304,11 @@ TEST(CapSurface, GradientAndCurvatureMatchDifferences) {
     }
 }
 
-TEST(CapSurface, HardeningFactorIsOneForUnitR) {
-    Rng r(3);
-    for (int k = 0; k < 50; ++k) {
-        EXPECT_EQ(tervak::cap_hardening_factor(1.0, r.u(1e4, 2e5), r.u(1e4, 2e5)), 1.0);
-        for (int model = 1; model <= 4; ++model) {
-            Soil s = make_soil(model, r);
-            EXPECT_EQ(tervak::read_cap_params(tervak::Props(s.data()), model, 1.0).h, 1.0);
-        }
-    }
-    // And otherwise R^(Eur_ref / Ei_ref + 1).
-    EXPECT_DOUBLE_EQ(tervak::cap_hardening_factor(1.5, 9e4, 3e4), std::pow(1.5, 4.0));
-}
-
 TEST(CapSurface, HardeningModulusByModel) {
     Rng r(5);
     for (int k = 0; k < 100; ++k) {
         for (int model = 1; model <= 4; ++model) {
             const Soil s = make_soil(model, r);
-            const tervak::Props P(s.data());
             const double p = r.u(-5.0, 400.0), pc = r.u(-5.0, 400.0), h = r.u(1.0, 3.0);
             const double sp = std::sin(s.phi()), ccot = s.c() * std::cos(s.phi()) / sp;
             const double pf = std::max(1.0, p);
@@ -334,13 +320,14 @@ TEST(CapSurface, HardeningModulusByModel) {
                        (s.ratio() - 1) * pf *
                        std::pow(std::max(ccot + pc, 1.0) / (ccot + s.pref()), s.m());
             if (model % 2 == 0) want *= h;
-            EXPECT_NEAR(tervak::xh_cap(model, P, p, pc, ccot, h), want, 1e-12 * std::fabs(want))
+            EXPECT_NEAR(tervak::read_material(model, s.data()).xh_cap(p, pc, h), want,
+                        1e-12 * std::fabs(want))
                 << "model " << model;
             EXPECT_GT(want, 0.0);
         }
         // Unknown model numbers give nothing.
         const Soil s = make_soil(1, r);
-        EXPECT_EQ(tervak::xh_cap(5, tervak::Props(s.data()), 100.0, 100.0, 1.0, 1.0), 0.0);
+        EXPECT_EQ(tervak::read_material(5, s.data()).xh_cap(100.0, 100.0, 1.0), 0.0);
     }
 }
 

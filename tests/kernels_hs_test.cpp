@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "kernels/hs_kernels.hpp"
+#include "support/kernel_calls.hpp"
 #include "kernels/hs_surfaces.hpp"
 #include "kernels/kernels.hpp"
 #include "support/test_support.hpp"
@@ -165,27 +165,6 @@ double f_cap(const CapRef& c, const Vec3& P, double pc, double* scale = nullptr)
 }
 
 // Mobilised dilatancy by the model's law.
-double ref_sin_psi(const Soil& s, const Vec3& P) {
-    const double sp = std::sin(s.phi()), cp = std::cos(s.phi()), spsi = std::sin(s.psi());
-    const double ccot2 = 2.0 * s.c() * cp / sp;
-    double spm = (P(1) - P(3)) / (P(1) + P(3) - ccot2);
-    if (!s.odd()) spm = std::max(spm, (1.0 - s.K0()) * P(1) / ((1.0 + s.K0()) * P(1) - ccot2));
-    spm = std::clamp(spm, 0.0, sp);
-    const double cv = (sp - spsi) / (1.0 - sp * spsi);
-    if (s.odd()) {
-        if (spm < 0.75 * sp) return 0.0;
-        return s.psi() > 0.0 ? std::max((spm - cv) / (1.0 - cv * spm), 0.0) : spsi;
-    }
-    if (cv > spm) {
-        if (spm < 1e-10) return 0.0;
-        const double p = (P(1) + P(2) + P(3)) / 3.0, M = 6.0 * cv / (3.0 - cv);
-        const double eta = std::max(std::clamp((P(1) - P(3)) / p, 0.0, M),
-                                    3.0 * (1.0 - s.K0()) / (1.0 + 2.0 * s.K0()));
-        return 0.1 * (eta - M * std::pow(spm * eta * (1.0 - cv) / (cv * M * (1.0 - spm)), 1.0 / 15.0));
-    }
-    return s.psi() > 0.0 ? std::min((spm - cv) / (1.0 - cv * spm), spsi) : spsi;
-}
-
 double tolerance(double f_trial) { return std::fabs(f_trial) * 1e-12 + 1e-12; }
 
 // Within tolerance, with room for a few roundings of the terms.
@@ -319,97 +298,6 @@ double odd_bits() {
 // ---------------------------------------------------------------------------
 // Surface pieces.
 
-TEST(HsSurfaces, StrengthFloorsHoldAtZeroCohesion) {
-    Rng r(11);
-    for (int iModel = 1; iModel <= 4; ++iModel) {
-        Soil s = make_soil(iModel, r);
-        s.P(s.odd() ? 5 : 14) = 0.0;
-        for (double s3 : {-50.0, -1.0, 0.0, 0.3}) {
-            const tervak::HsParams hp =
-                tervak::read_hs_params(tervak::Props(s.props.data()), iModel, s.R, s3);
-            const double sp = std::sin(s.phi());
-            EXPECT_GE(hp.qf, 2.0 * sp / (1.0 - sp) * std::max(1.0, s.T()) * (1.0 - 1e-15));
-            EXPECT_GE(hp.S, std::pow(1.0 / (s.pref() * sp), s.m()) * (1.0 - 1e-15));
-            EXPECT_DOUBLE_EQ(hp.qa, hp.qf / s.Rf());
-            EXPECT_DOUBLE_EQ(hp.h, s.h());
-        }
-    }
-}
-
-TEST(HsSurfaces, SaturatedFunctionEqualsValueAtStrength) {
-    Rng r(12);
-    const Soil s = make_soil(1, r);
-    const tervak::HsParams hp =
-        tervak::read_hs_params(tervak::Props(s.props.data()), 1, 1.0, 80.0);
-    const double atQf = tervak::hs_yield(hp, hp.qf, 1e-3, false);
-    EXPECT_EQ(tervak::hs_yield(hp, hp.qf * 1.5, 1e-3, false), atQf);
-    // The gradient also stays at the strength.
-    EXPECT_EQ(tervak::hs_slope(hp, hp.qf * 2.0), tervak::hs_slope(hp, hp.qf));
-    // The saturation line only where asked for.
-    EXPECT_EQ(tervak_test::capture_stdout([&] { tervak::hs_yield(hp, hp.qf * 2.0, 0.0, true); }),
-              "  q > qf \n");
-    EXPECT_EQ(tervak_test::capture_stdout([&] { tervak::hs_yield(hp, hp.qf * 2.0, 0.0, false); }),
-              "");
-    EXPECT_EQ(tervak_test::capture_stdout([&] { tervak::hs_yield(hp, hp.qf * 0.5, 0.0, true); }),
-              "");
-    // |qa - q|: beyond the asymptote the hyperbolic term keeps its sign.
-    tervak::HsParams wide = hp;
-    wide.qf = 10.0 * hp.qa;
-    const double past = tervak::hs_yield(wide, 2.0 * hp.qa, 0.0, false);
-    EXPECT_NEAR(past, 2.0 * hp.qa / hp.qa * (2.0 * hp.qa / hp.Ei) - 4.0 * hp.qa / hp.Eur,
-                1e-12);
-}
-
-TEST(HsSurfaces, DilatancyLaws) {
-    Rng r(13);
-    for (int iModel = 1; iModel <= 4; ++iModel) {
-        int negatives = 0, zerosBelow = 0;
-        for (int k = 0; k < 400; ++k) {
-            const Soil s = make_soil(iModel, r);
-            const tervak::HsParams hp =
-                tervak::read_hs_params(tervak::Props(s.props.data()), iModel, s.R, 50.0);
-            const double s3 = r.u(5.0, 300.0);
-            const Vec3 P{{s3 * r.u(1.0, 4.0), s3 * r.u(1.0, 1.2), s3}};
-            if (!ordered(P)) continue;
-            const double spm = tervak::sin_phi_mob(hp, P);
-            EXPECT_GE(spm, 0.0);
-            EXPECT_LE(spm, hp.sinphi);
-            const double spsi = tervak::sin_psi_mob(hp, P);
-            EXPECT_NEAR(spsi, ref_sin_psi(s, P), 1e-12);
-            if (iModel == 1 || iModel == 3) {
-                if (hp.psi > 0.0) {
-                    EXPECT_GE(spsi, 0.0);
-                }
-                if (spm < 0.75 * hp.sinphi) {
-                    EXPECT_EQ(spsi, 0.0);
-                    ++zerosBelow;
-                }
-            } else {
-                EXPECT_LE(spsi, hp.sinpsi);
-                if (spsi < 0.0) {
-                    ++negatives;
-                    EXPECT_GT(tervak::sin_phi_cv(hp), spm);  // only below critical state
-                }
-            }
-        }
-        if (iModel == 1 || iModel == 3)
-            EXPECT_GT(zerosBelow, 10);
-        else
-            EXPECT_GT(negatives, 10);
-    }
-}
-
-TEST(HsSurfaces, MobilisedFrictionKeepsTheMinusSignBeforeCohesion) {
-    Rng r(14);
-    Soil s = make_soil(1, r);
-    s.P(5) = 10.0;
-    s.P(6) = 30.0;
-    const tervak::HsParams hp = tervak::read_hs_params(tervak::Props(s.props.data()), 1, 1.0, 50.0);
-    const Vec3 P{{100.0, 60.0, 50.0}};
-    const double cot = std::cos(30.0 * kDeg) / std::sin(30.0 * kDeg);
-    EXPECT_NEAR(tervak::sin_phi_mob(hp, P), 50.0 / (150.0 - 2.0 * 10.0 * cot), 1e-14);
-}
-
 // ---------------------------------------------------------------------------
 // Sweeps: every kernel, model and area.
 
@@ -541,8 +429,8 @@ TEST(HsPlast, TrialOnTheSurfaceReturnsItself) {
         for (int k = 0; k < 50; ++k) {
             const Soil s = make_soil(iModel, r);
             const Start st0 = make_start(s, r, 20.0, 300.0, 1);
-            const tervak::HsParams hp =
-                tervak::read_hs_params(tervak::Props(s.props.data()), iModel, s.R, st0.Prs_0(3));
+            const tervak::HsMaterial mt = tervak::read_material(iModel, s.props.data());
+            const tervak::HsParams hp = tervak::hs_params(mt, s.R, st0.Prs_0(3));
             const Vec3 Prs_E{{st0.Prs_0(1) * 1.1, st0.Prs_0(2), st0.Prs_0(3)}};
             Start st = st0;
             // gamma_p that puts the trial state exactly on the surface.

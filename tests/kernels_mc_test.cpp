@@ -19,6 +19,7 @@
 #include <vector>
 
 #include "kernels/kernels.hpp"
+#include "support/kernel_calls.hpp"
 #include "kernels/return_scheme.hpp"
 #include "support/test_support.hpp"
 #include "toolkit/elastic.hpp"
@@ -541,7 +542,6 @@ TEST(Exports, ByReferenceWrappersMatchTheInternalKernels) {
 // updates (the first step makes one); gradients of a unit plane.
 struct Scripted {
     static constexpr int N = 1;
-    tervak::rm::SurfaceLabels label[N] = {{"f", "df", "dg", "dxLam", "xLam"}};
     int converge_after = 0;
     int updates = 0;
     void values(const Vec3&, double (&f)[N]) const { f[0] = updates > converge_after ? 0.0 : 1.0; }
@@ -554,21 +554,20 @@ struct Scripted {
 
 TEST(ReturnScheme, BothLoopFormsCountPassesAndFailAtOneHundredAndOne) {
     namespace rm = tervak::rm;
-    const Mat3 D3 = rm::identity();
-    const rm::Trace trace;
+    const Mat3 D3 = tervak::identity3();
     for (int passes : {0, 1, 2, 57, 100, 101, 150}) {
         for (int form = 0; form < 2; ++form) {
             Scripted set;
             set.converge_after = passes;
             rm::ReturnState<1> s;
-            rm::first_step(set, Vec3{{1.0, 0.0, 0.0}}, D3, s, trace);
+            rm::first_step(set, Vec3{{1.0, 0.0, 0.0}}, D3, s);
             if (form == 0)
-                rm::face_loop(set, Vec3{{1.0, 0.0, 0.0}}, D3, s, trace);
+                rm::run_loop(rm::kFace, set, Vec3{{1.0, 0.0, 0.0}}, D3, s);
             else
-                rm::edge_loop(set, Vec3{{1.0, 0.0, 0.0}}, D3, s, trace);
+                rm::run_loop(rm::kEdge, set, Vec3{{1.0, 0.0, 0.0}}, D3, s);
             EXPECT_EQ(s.it, std::min(passes, 101)) << passes << " form " << form;
             // A converged 101st pass still counts as failure.
-            EXPECT_EQ(rm::return_ok(s), passes < 101) << passes;
+            EXPECT_EQ(rm::kEdge.ok(s), passes < 101) << passes;
             EXPECT_EQ(rm::converged(s), passes <= 101) << passes;
         }
     }
@@ -579,10 +578,9 @@ TEST(ReturnScheme, AfterPassHookEndsTheLoop) {
     Scripted set;
     set.converge_after = 1000;
     rm::ReturnState<1> s;
-    const rm::Trace trace;
-    rm::first_step(set, Vec3{{1.0, 0.0, 0.0}}, rm::identity(), s, trace);
-    const bool ended = rm::edge_loop(set, Vec3{{1.0, 0.0, 0.0}}, rm::identity(), s, trace,
-                                     [](const rm::ReturnState<1>& st) { return st.it == 3; });
+    rm::first_step(set, Vec3{{1.0, 0.0, 0.0}}, tervak::identity3(), s);
+    const bool ended = rm::run_loop(rm::kEdge, set, Vec3{{1.0, 0.0, 0.0}}, tervak::identity3(), s,
+                                    [](const rm::ReturnState<1>& st) { return st.it == 3; });
     EXPECT_TRUE(ended);
     EXPECT_EQ(s.it, 3);
 }
@@ -592,33 +590,15 @@ TEST(ReturnScheme, VerdictRejectsNegativeAndNaNMultipliers) {
     rm::ReturnState<2> s;
     s.xLam[0] = 1.0;
     s.xLam[1] = -0.5e-12;
-    EXPECT_TRUE(rm::return_ok(s));
+    EXPECT_TRUE(rm::kEdge.ok(s));
     s.xLam[1] = -1e-12;
-    EXPECT_FALSE(rm::return_ok(s));
+    EXPECT_FALSE(rm::kEdge.ok(s));
     s.xLam[1] = kNaN;
-    EXPECT_FALSE(rm::return_ok(s));
+    EXPECT_FALSE(rm::kEdge.ok(s));
     s.xLam[1] = 0.0;
     s.f[0] = kNaN;
     s.tol[0] = 1.0;
     EXPECT_FALSE(rm::converged(s));
-}
-
-TEST(ReturnScheme, ParameterPositionsByModel) {
-    namespace rm = tervak::rm;
-    using P = rm::Param;
-    EXPECT_EQ(rm::param_pos(P::c, 1), 5);
-    EXPECT_EQ(rm::param_pos(P::phi, 3), 6);
-    EXPECT_EQ(rm::param_pos(P::psi, 1), 7);
-    EXPECT_EQ(rm::param_pos(P::T, 3), 12);
-    EXPECT_EQ(rm::param_pos(P::c, 2), 14);
-    EXPECT_EQ(rm::param_pos(P::phi, 4), 15);
-    EXPECT_EQ(rm::param_pos(P::psi, 2), 16);
-    EXPECT_EQ(rm::param_pos(P::T, 4), 19);
-    EXPECT_EQ(rm::param_pos(P::pref, 2), 13);
-    EXPECT_EQ(rm::param_pos(P::E_hyp, 1), 13);
-    EXPECT_EQ(rm::param_pos(P::alpha, 4), 21);
-    EXPECT_EQ(rm::param_pos(P::c, 5), 0);
-    EXPECT_EQ(rm::param_pos(P::c, 0), 0);
 }
 
 }  // namespace

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "support/test_support.hpp"
+#include "support/kernel_calls.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/principal.hpp"
 #include "toolkit/types.hpp"

@@ -1,95 +1,66 @@
 // Calls a return-mapping kernel with a host's arguments, every one of them
-// by reference. Each argument is converted by the kernel's parameter type:
-//
-//   int            read from the host's int32
-//   int&           copied in, and back after the call (iPlast, iRes)
-//   double         read from the host's double
-//   const double*  double*  passed on as they are (Props, HardPar_E, HardPar)
-//   const Vec3&    the host's three values copied in; from a const void*
-//                  (an argument the kernel family does not read) a zero
-//                  triple, the host's pointer never dereferenced
-//   Vec3&          copied in, and back after the call (Prs)
-//   const Mat3&    the host's nine values copied in (D3)
-//
-// Everything is copied in before the kernel runs and copied back in argument
-// order after it, so a host may pass the same array twice.
+// by reference: the host's Props and model number become the material of
+// the call, the other inputs the call record (triples and the 3x3 matrix
+// copied in, so a host may pass the same array twice; a triple the kernel
+// family does not read is a zero triple and the host's pointer is never
+// dereferenced). Prs and the plasticity code are copied in before the
+// kernel runs and copied back, in that order, after it; HardPar is written
+// in place.
 #pragma once
 
 #include <cstdint>
 #include <cstring>
-#include <tuple>
 
+#include "kernels/kernels.hpp"
+#include "models/material.hpp"
 #include "toolkit/types.hpp"
 
 namespace tervak::abi {
 
-// Nothing to copy back.
-struct InOnly {
-    void back() const {}
-};
+using Kernel = KernelOutcome (*)(const KernelCall&, const HsMaterial&, const KernelOut&);
 
-// int and double: read from the host's value.
-template <class K>
-struct Arg : InOnly {
-    K v;
-    template <class T>
-    explicit Arg(const T* p) : v(*p) {}
-    K get() const { return v; }
-};
-
-// Arrays: passed on.
-template <class T>
-struct Arg<T*> : InOnly {
-    T* p;
-    explicit Arg(T* q) : p(q) {}
-    T* get() const { return p; }
-};
-
-template <>
-struct Arg<int&> {
-    int v;
-    std::int32_t* p;
-    explicit Arg(std::int32_t* q) : v(*q), p(q) {}
-    int& get() { return v; }
-    void back() const { *p = v; }
-};
-
-template <>
-struct Arg<const Vec3&> : InOnly {
+inline Vec3 triple(const double* p) {
     Vec3 v;
-    explicit Arg(const double* p) { std::memcpy(v.v, p, sizeof v.v); }
-    explicit Arg(const void* /*not read*/) {}
-    const Vec3& get() const { return v; }
-};
+    std::memcpy(v.v, p, sizeof v.v);
+    return v;
+}
 
-template <>
-struct Arg<Vec3&> {
-    Vec3 v;
-    double* p;
-    explicit Arg(double* q) : p(q) { std::memcpy(v.v, q, sizeof v.v); }
-    Vec3& get() { return v; }
-    void back() const { std::memcpy(p, v.v, sizeof v.v); }
-};
+// The call record of a host's arguments. Prs_0, IsUndr and R are null where
+// the kernel family has no such argument (a zero triple, 0 and 1 are used).
+inline KernelCall call_record(const int32_t* iEl, const int32_t* Int, const int32_t* iElDbg,
+                              const int32_t* IntDbg, const int32_t* iArea, const double* Prs_E,
+                              const double* HardPar_E, const double* Prs_0,
+                              const int32_t* IsUndr, const double* D3, const double* R) {
+    KernelCall k;
+    k.iEl = *iEl;
+    k.Int = *Int;
+    k.iElDbg = *iElDbg;
+    k.IntDbg = *IntDbg;
+    k.iArea = *iArea;
+    k.Prs_E = triple(Prs_E);
+    k.HardPar_E = HardPar_E;
+    if (Prs_0 != nullptr) k.Prs_0 = triple(Prs_0);
+    if (IsUndr != nullptr) k.IsUndr = *IsUndr;
+    if (D3 != nullptr) std::memcpy(k.D3.a, D3, sizeof k.D3.a);
+    if (R != nullptr) k.R = *R;
+    return k;
+}
 
-template <>
-struct Arg<const Mat3&> : InOnly {
-    Mat3 m;
-    explicit Arg(const double* p) { std::memcpy(m.a, p, sizeof m.a); }
-    const Mat3& get() const { return m; }
-};
-
-template <class... K, class... H>
-void call(void (*kernel)(K...), H*... host) {
-    static_assert(sizeof...(K) == sizeof...(H), "one host argument per kernel parameter");
-    std::tuple<Arg<K>...> args{Arg<K>(host)...};
-    std::apply([kernel](auto&... a) { kernel(a.get()...); }, args);
-    std::apply([](const auto&... a) { (a.back(), ...); }, args);
+// Runs the kernel on the material of (iModel, Props) and copies Prs and the
+// plasticity code back.
+inline void run(Kernel kernel, const KernelCall& k, const int32_t* iModel, const double* Props,
+                double* Prs, double* HardPar, int32_t* iPlast) {
+    const HsMaterial mt = read_material(*iModel, Props);
+    Vec3 P = triple(Prs);
+    int code = *iPlast;
+    kernel(k, mt, KernelOut{P, HardPar, code});
+    std::memcpy(Prs, P.v, sizeof P.v);
+    *iPlast = code;
 }
 
 }  // namespace tervak::abi
 
-// The host's parameter lists of the two larger kernel families, and the same
-// names as an argument list.
+// The host's parameter lists of the two larger kernel families.
 //
 // Mohr-Coulomb family, 14 arguments; Prs_0 is not read.
 #define TERVAK_KERNEL14_PARAMS                                                               \
@@ -97,14 +68,18 @@ void call(void (*kernel)(K...), H*... host) {
         const int32_t *iArea, const double *Props, const double *Prs_E, double *Prs,        \
         const double *HardPar_E, double *HardPar, int32_t *iPlast, const void *Prs_0,       \
         const double *D3, const int32_t *iModel
-#define TERVAK_KERNEL14_ARGS                                                                 \
-    iEl, Int, iElDbg, IntDbg, iArea, Props, Prs_E, Prs, HardPar_E, HardPar, iPlast, Prs_0,  \
-        D3, iModel
 // Shear-hardening family and the cap, 16 arguments.
 #define TERVAK_KERNEL16_PARAMS                                                               \
     int32_t *iEl, int32_t *Int, int32_t *iElDbg, int32_t *IntDbg, int32_t *iArea,           \
         double *Props, double *Prs_E, double *Prs, double *HardPar_E, double *HardPar,      \
         int32_t *iPlast, double *Prs_0, int32_t *IsUndr, double *D3, double *R, int32_t *iModel
-#define TERVAK_KERNEL16_ARGS                                                                 \
-    iEl, Int, iElDbg, IntDbg, iArea, Props, Prs_E, Prs, HardPar_E, HardPar, iPlast, Prs_0,  \
-        IsUndr, D3, R, iModel
+
+// One exported kernel of a family: its parameter list, and what stands for
+// Prs_0, IsUndr and R (nullptr where the family has no such argument).
+#define TERVAK_KERNEL_EXPORT(name, kernel, PARAMS, PRS_0, IS_UNDR, R_)                         \
+    TERVAK_API void name(PARAMS) noexcept {                                                    \
+        tervak::abi::run(&tervak::kernel,                                                      \
+                         tervak::abi::call_record(iEl, Int, iElDbg, IntDbg, iArea, Prs_E,      \
+                                                  HardPar_E, PRS_0, IS_UNDR, D3, R_),          \
+                         iModel, Props, Prs, HardPar, iPlast);                                 \
+    }

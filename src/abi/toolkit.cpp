@@ -3,6 +3,7 @@
 // argument arrives by reference as a Fortran caller passes it; logical
 // results are int32 1 or 0.
 #include "abi/export.hpp"
+#include "models/material.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/principal.hpp"
 #include "toolkit/usrlib.hpp"
@@ -91,11 +92,11 @@ TERVAK_API void carsig_(const double* S1, const double* S2, const double* S3, co
 
 TERVAK_API void matriz3_(const double* Props, const double* stress, double* D3,
                          const int32_t* iModel) noexcept {
-    tk::Matriz3(Props, stress, D3, *iModel);
+    tk::Matriz3(tk::read_material(*iModel, Props), stress, D3);
 }
 TERVAK_API void matriz6_(const double* Props, const double* stress, double* D,
                          const int32_t* iModel) noexcept {
-    tk::Matriz6(Props, stress, D, *iModel);
+    tk::Matriz6(tk::read_material(*iModel, Props), stress, D);
 }
 TERVAK_API void matriz3_nl_(double* D3, const double* K, const double* G) noexcept {
     tk::Matriz3_NL(D3, *K, *G);

@@ -13,7 +13,6 @@
 // stresses and the start hardening pair come back, without a verdict.
 #include <algorithm>
 
-#include "kernels/cap_kernels.hpp"
 #include "kernels/cap_return.hpp"
 #include "kernels/cap_surface.hpp"
 #include "kernels/kernels.hpp"
@@ -23,90 +22,53 @@ namespace tervak {
 
 namespace {
 
-// The low-mean-stress exit after the first step.
-bool low_mean_stress(int IsUndr, const Vec3& Prs, double T) {
-    return IsUndr == 1 && cap_p(Prs) < T;
-}
-
-void give_back(const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* HardPar,
-               CapOutcome* out) {
-    const double h1 = HardPar_E[0];
-    const double h2 = HardPar_E[1];
-    Prs = Prs_E;
-    HardPar[0] = h1;
-    HardPar[1] = h2;
-    if (out != nullptr) {
-        *out = CapOutcome{};
-        out->early_exit = true;
-    }
+// The trial state and the start hardening pair, handed back unchanged.
+KernelOutcome give_back(const KernelCall& k, const KernelOut& out) {
+    const double h1 = k.HardPar_E[0];
+    const double h2 = k.HardPar_E[1];
+    out.Prs = k.Prs_E;
+    out.HardPar[0] = h1;
+    out.HardPar[1] = h2;
+    KernelOutcome o;
+    o.early_exit = true;
+    return o;
 }
 
 // One area: first step, early exit test, loop, outputs, verdict. The cap
 // alone (area 1) runs the while loop, an edge the edge loop.
 template <int N>
-void cap_area(capret::CapSet<N>& set, int iEl, int Int, int iElDbg, int IntDbg,
-              const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* HardPar,
-              int IsUndr, const Mat3& D3, const rm::Trace& trace, CapOutcome* out) {
+KernelOutcome cap_area(capret::CapSet<N>& set, const KernelCall& k, const KernelOut& out) {
     rm::ReturnState<N> s;
-    rm::first_step(set, Prs_E, D3, s, trace);
-    trace.vec("Prs after first iteration", s.Prs);
-    if (low_mean_stress(IsUndr, s.Prs, set.cp.T)) {
-        give_back(Prs_E, Prs, HardPar_E, HardPar, out);
-        return;
-    }
-    if constexpr (N == 1)
-        rm::while_loop(set, Prs_E, D3, s, trace);
-    else
-        rm::edge_loop(set, Prs_E, D3, s, trace);
-    trace.vec("Prs during iteration", s.Prs);
-    const double h1 = HardPar_E[0];
-    const double h2 = HardPar_E[1];
-    Prs = s.Prs;
-    HardPar[0] = h1;
-    HardPar[1] = std::min(-set.pc, h2);
-    const bool ok = rm::return_ok(s);
-    capret::record(out, s, set.pc, ok);
-    rm::verdict_line(iEl, Int, iElDbg, IntDbg, ok);
+    rm::first_step(set, k.Prs_E, k.D3, s);
+    if (k.IsUndr == 1 && HsMaterial::mean(s.Prs) < set.cp.T) return give_back(k, out);
+    const rm::EngineOptions& o = N == 1 ? rm::kWhile : rm::kEdge;
+    rm::run_loop(o, set, k.Prs_E, k.D3, s);
+    const double h1 = k.HardPar_E[0];
+    const double h2 = k.HardPar_E[1];
+    out.HardPar[0] = h1;
+    return capret::hand_back(set, s, k, out, o, h2);
 }
 
 }  // namespace
 
-void CAP_plast_r(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const double* Props_,
-                 const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* HardPar,
-                 int& iPlast, const Vec3& /*Prs_0*/, int IsUndr, const Mat3& D3, double R,
-                 int iModel, CapOutcome* out) {
-    const rm::Trace trace;
-    iPlast = 3;
-    const Props P(Props_);
-    const CapParams cp = read_cap_params(P, iModel, R);
-    const rm::MohrCoulomb noMc;
-    const double pc_E = -HardPar_E[1];
-
-    switch (iArea) {
+KernelOutcome CAP_plast(const KernelCall& k, const HsMaterial& mt, const KernelOut& out) {
+    out.iPlast = 3;
+    const CapParams cp = cap_params(mt, k.R);
+    const double pc_E = -k.HardPar_E[1];
+    switch (k.iArea) {
         case 1: {
-            capret::CapSet<1> set(P, cp, noMc, pc_E, 0, nullptr, trace);
-            cap_area(set, iEl, Int, iElDbg, IntDbg, Prs_E, Prs, HardPar_E, HardPar, IsUndr, D3,
-                     trace, out);
-            break;
+            capret::CapSet<1> set(mt, cp, pc_E, 0, nullptr);
+            return cap_area(set, k, out);
         }
         case 2:
         case 3: {
-            const rm::PlaneFace faces[1] = {iArea == 2 ? capret::kOrder32 : capret::kOrder21};
-            capret::CapSet<2> set(P, cp, noMc, pc_E, 0, faces, trace);
-            cap_area(set, iEl, Int, iElDbg, IntDbg, Prs_E, Prs, HardPar_E, HardPar, IsUndr, D3,
-                     trace, out);
-            break;
+            const rm::PlaneFace faces[1] = {k.iArea == 2 ? capret::kOrder32 : capret::kOrder21};
+            capret::CapSet<2> set(mt, cp, pc_E, 0, faces);
+            return cap_area(set, k, out);
         }
         default:
             rm::invalid_area("CAP_plast");
     }
-}
-
-void CAP_plast(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const double* Props_,
-               const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* HardPar,
-               int& iPlast, const Vec3& Prs_0, int IsUndr, const Mat3& D3, double R, int iModel) {
-    CAP_plast_r(iEl, Int, iElDbg, IntDbg, iArea, Props_, Prs_E, Prs, HardPar_E, HardPar, iPlast,
-                Prs_0, IsUndr, D3, R, iModel, nullptr);
 }
 
 }  // namespace tervak

@@ -16,45 +16,30 @@
 // (edge P1 = P2). All share the mobilised dilatancy of the current state.
 #pragma once
 
+#include "toolkit/material.hpp"
 #include "toolkit/types.hpp"
 
 namespace tervak {
 
-// Parameters of the shear-hardening law and the strength and stiffness of
-// one kernel call.
+// The material and the strength and stiffness of one kernel call, fixed
+// from the minor stress s3 of the start of the step.
 struct HsParams {
-    int iModel = 0;
-    double Eur_ref = 0.0;  // reference unloading-reloading modulus
-    double m = 0.0;        // stiffness exponent
-    double c = 0.0;        // cohesion
-    double phi = 0.0;      // friction angle, radians
-    double psi = 0.0;      // dilatancy angle, radians
-    double pref = 0.0;     // reference pressure
-    double K0 = 0.0;       // normally consolidated earth-pressure ratio
-    double Rf = 0.0;       // failure ratio
-    double T = 0.0;        // strength floor parameter (tensile strength)
-    double Ei_ref = 0.0;   // reference modulus of the hyperbola
-    double sinphi = 0.0;
-    double cosphi = 0.0;
-    double sinpsi = 0.0;
-    double h = 1.0;        // hardening factor (1.0 for models 1 and 3)
-    // Fixed for the call from s3.
-    double ccos = 0.0;     // c cos(phi)
-    double ccot = 0.0;     // c cos(phi) / sin(phi)
-    double qf = 0.0;       // failure deviator
-    double qa = 0.0;       // asymptote qf / Rf
-    double S = 0.0;        // stress factor of the stiffnesses
+    const HsMaterial* mt = nullptr;
+    double h = 1.0;    // hardening factor of the call
+    double qf = 0.0;   // failure deviator
+    double qa = 0.0;   // asymptote qf / Rf
+    double S = 0.0;    // stress factor of the stiffnesses
     double Ei = 0.0;
     double Eur = 0.0;
 };
 
-// Reads the shear-hardening parameters of model iModel (1 and 3, or 2 and 4;
-// any other number leaves them at zero), forms the hardening factor from R
-// and fixes qf, qa, Ei and Eur from the minor start stress s3.
-HsParams read_hs_params(Props props, int iModel, double R, double s3);
+// The kernel's strength: qf with the floor max(1, ccot + T) on s3 + ccot.
+// The inner floor of 1.0 (stress units) keeps a finite strength at c = 0.
+double kernel_qf(const HsMaterial& mt, double s3);
 
-// Strength and stiffness from s3 (sets ccos onwards; parameters already read).
-void hs_strength(HsParams& hp, double s3);
+// Fixes qf, qa, the stress factor, Ei and Eur from s3, and the hardening
+// factor from R.
+HsParams hs_params(const HsMaterial& mt, double R, double s3);
 
 // A shear surface on the pair of principal stresses (i, j), i < j:
 // q = P(i) - P(j).
@@ -88,15 +73,15 @@ double hs_slope(const HsParams& hp, double q);
 // Gradient of a face at P: a at position i, -a at position j.
 Vec3 df_hsmdS(const HsParams& hp, ShearFace fc, const Vec3& P);
 
-// Mobilised friction, clamped to [0, sin phi] (models 2 and 4 raised to the
-// K0 value first).
-double sin_phi_mob(const HsParams& hp, const Vec3& P);
+// Mobilised friction, clamped to [0, sin phi] (the Contractant law raises it
+// to the K0 value first).
+double sin_phi_mob(const HsMaterial& mt, const Vec3& P);
 
 // Critical-state friction (sin phi - sin psi) / (1 - sin phi sin psi).
-double sin_phi_cv(const HsParams& hp);
+double sin_phi_cv(const HsMaterial& mt);
 
-// Mobilised dilatancy by the model's law, at P.
-double sin_psi_mob(const HsParams& hp, const Vec3& P);
+// Mobilised dilatancy by the material's law, at P.
+double sin_psi_mob(const HsMaterial& mt, const Vec3& P);
 
 // Flow vector of a face: (1 - sin_psi_m)/2 at position i, -(1 + sin_psi_m)/2
 // at position j.
@@ -104,12 +89,5 @@ Vec3 dg_hsmdS(ShearFace fc, double sin_psi_m);
 
 // Trial gamma_p after a shear multiplier: the variable never decreases.
 double hs_gamma_trial(double gamma_p0, double h, double xLam13);
-
-// The shear faces' cap partner of HS_CAP_plast (no deviator floor): the cap
-// deviator, its function and gradient.
-//   qt = P1 + (delta - 1) P2 - delta P3
-//   df_capmdS(i) = 2 c(i) qt / alpha^2 + 2 p / 3,  c = (1, delta - 1, -delta)
-double hs_cap_qt(const Vec3& P, double delta);
-Vec3 hs_df_capmdS(double qt, double p, double delta, double alpha2);
 
 }  // namespace tervak

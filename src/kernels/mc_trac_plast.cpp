@@ -6,27 +6,19 @@
 
 namespace tervak {
 
-void MC_TRAC_plast(int iEl, int Int, int iElDbg, int IntDbg, int iArea, const double* Props_,
-                   const Vec3& Prs_E, Vec3& Prs, const double* HardPar_E, double* HardPar,
-                   int& iPlast, const Vec3& /*Prs_0*/, const Mat3& D3, int iModel) {
-    const rm::Trace trace;
-    iPlast = 1;
-    const rm::MohrCoulomb mc = rm::read_mohr_coulomb(Props(Props_), iModel);
-    const rm::PlaneOutput out{iEl, Int, iElDbg, IntDbg, Prs, HardPar_E, HardPar};
-
-    switch (iArea) {
+KernelOutcome MC_TRAC_plast(const KernelCall& k, const HsMaterial& mt, const KernelOut& out) {
+    out.iPlast = 1;
+    switch (k.iArea) {
         case 1:
-            rm::hand_back(rm::plane_return<2>(mc, {rm::kFace13, rm::kTension3}, Prs_E, D3,
-                                              rm::LoopForm::Edge, trace),
-                          out);
-            break;
+            return rm::hand_back(
+                rm::plane_return<2>(mt, {rm::kFace13, rm::kTension3}, k, rm::kEdge), k, out.Prs,
+                out.HardPar);
         case 2:
         case 3:
-            rm::hand_back(
-                rm::plane_return<3>(mc, {rm::kFace13, rm::mc_edge_face(iArea), rm::kTension3},
-                                    Prs_E, D3, rm::LoopForm::Edge, trace),
-                out);
-            break;
+            return rm::hand_back(
+                rm::plane_return<3>(mt, {rm::kFace13, rm::mc_edge_face(k.iArea), rm::kTension3},
+                                    k, rm::kEdge),
+                k, out.Prs, out.HardPar);
         default:
             rm::invalid_area("MC_TRAC_plast");
     }

@@ -14,6 +14,7 @@
 #include <cmath>
 
 #include "kernels/kernels.hpp"
+#include "models/material.hpp"
 #include "models/models.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/principal.hpp"
@@ -31,76 +32,191 @@ constexpr double kFineStep = 0.0010000000474974513;
 // The state of one simulated sample (compression positive).
 struct Sample {
     Vec3 prs;            // current principal stresses, descending
-    double sig[6] = {};  // current stresses, from which the load steps are measured
-    double eps[6] = {};  // accumulated strains
+    Vec6 sig;            // current stresses, from which the load steps are measured
+    Vec6 eps;            // accumulated strains
     double hard[2] = {};  // gamma_p and the cap pressure (positive)
     double lastDSig1 = 0.0;
     double lastDEps1 = 0.0;
 
     void start(double s1, double s2, double s3, double gamma_p, double cap) {
         prs = Vec3{{s1, s2, s3}};
-        sig[0] = s1;
-        sig[1] = s2;
-        sig[2] = s3;
+        sig(1) = s1;
+        sig(2) = s2;
+        sig(3) = s3;
         hard[0] = gamma_p;
         hard[1] = cap;
     }
 };
+
+// The silent kernel on the triaxial edge (area 2). Only models 1 to 3 are
+// calibrated; any other option ends the run silently.
+void silent_return(const HsMaterial& mt, int option, const Vec3& Prs_E, const Vec3& Prs_0,
+                   const double* hard, Vec3& Prs, double* hardOut, int& iRes) {
+    if (option < 1 || option > 3) stop_run("");
+    KernelCall k;
+    k.iArea = 2;
+    k.Prs_E = Prs_E;
+    k.Prs_0 = Prs_0;
+    k.HardPar_E = hard;
+    HS_CAP_plast_it(k, mt, KernelOut{Prs, hardOut, iRes});
+}
 
 // One load increment dSig: the strains from the inverse elastic matrix at the
 // current principal stresses, the trial stresses split into principal values
 // and returned by the silent kernel on the triaxial edge (area 2). With
 // rotate, the returned principal values are turned back with the trial
 // directions; otherwise they become the axial and lateral stresses directly.
-void load_increment(double* Props, int option, Sample& s, const double* dSig, bool rotate) {
-    double D[36], C[36], dEps[6], trial[6];
-    Matriz6(Props, s.prs.data(), D, option);
+void load_increment(const HsMaterial& mt, int option, Sample& s, const Vec6& dSig,
+                    bool rotate) {
+    double D[36], C[36];
+    Vec6 dEps, trial;
+    Matriz6(mt, s.prs.data(), D);
     matinvpiv(D, C, 6);
-    matvec(C, 6, dSig, 6, dEps);
-    addvec(s.eps, dEps, 1.0, 1.0, 6, s.eps);
-    addvec(s.sig, dSig, 1.0, 1.0, 6, trial);
+    matvec(C, 6, dSig.data(), 6, dEps.data());
+    addvec(s.eps.data(), dEps.data(), 1.0, 1.0, 6, s.eps.data());
+    addvec(s.sig.data(), dSig.data(), 1.0, 1.0, 6, trial.data());
     double xN1[3], xN2[3], xN3[3], S1, S2, S3, P, Q;
-    prnsig(1, trial, xN1, xN2, xN3, S1, S2, S3, P, Q);
+    prnsig(1, trial.data(), xN1, xN2, xN3, S1, S2, S3, P, Q);
     const Vec3 Prs_E{{S3, S2, S1}};
     Vec3 Prs;
     double hardOut[2] = {s.hard[0], s.hard[1]};
     int iRes = 0;
-    HS_CAP_plast_it(2, Props, Prs_E, Prs, s.hard, hardOut, iRes, s.prs, option);
+    silent_return(mt, option, Prs_E, s.prs, s.hard, Prs, hardOut, iRes);
     s.hard[0] = hardOut[0];
     s.hard[1] = hardOut[1];
     s.prs = Prs;
     if (rotate) {
-        carsig(Prs(3), Prs(2), Prs(1), xN1, xN2, xN3, s.sig);
+        carsig(Prs(3), Prs(2), Prs(1), xN1, xN2, xN3, s.sig.data());
     } else {
-        s.sig[0] = Prs(1);
-        s.sig[1] = Prs(2);
-        s.sig[2] = Prs(3);
-        s.sig[3] = 0.0;
-        s.sig[4] = 0.0;
-        s.sig[5] = 0.0;
+        s.sig = Vec6{{Prs(1), Prs(2), Prs(3), 0.0, 0.0, 0.0}};
     }
-    s.lastDSig1 = dSig[0];
-    s.lastDEps1 = dEps[0];
+    s.lastDSig1 = dSig(1);
+    s.lastDEps1 = dEps(1);
 }
 
 // Axial strain at which a drained triaxial test at 100.0 reaches q50: the
 // axial stress goes up by 0.01 per increment, the lateral ones are brought
 // back to 100.0.
-double triaxial_strain_at(double* Props, int option, double q50) {
+double triaxial_strain_at(const double* Props, int option, double q50) {
+    const HsMaterial mt = read_material(option, Props);
     Sample s;
     s.start(100.0, 100.0, 100.0, 1e-09, 100.0);
     if (q50 <= 0.0) return 0.0;
     do {
-        const double dSig[6] = {0.01, 100.0 - s.sig[1], 100.0 - s.sig[2], 0.0, 0.0, 0.0};
-        load_increment(Props, option, s, dSig, false);
-    } while (!(std::fabs(s.sig[0] - s.sig[2]) >= q50));
-    return s.eps[0];
+        const Vec6 dSig{{0.01, 100.0 - s.sig(2), 100.0 - s.sig(3), 0.0, 0.0, 0.0}};
+        load_increment(mt, option, s, dSig, false);
+    } while (!(std::fabs(s.sig(1) - s.sig(3)) >= q50));
+    return s.eps(1);
+}
+
+
+// A search by steps on one parameter: the step shrinks when the direction
+// turns, and after a number of runs the counter restarts with the fine step.
+struct Search {
+    double step;
+    int fineAfter;
+    int direction = 1;
+    int counter = 0;
+
+    void count() {
+        counter = counter + 1;
+        if (counter == fineAfter) {
+            counter = 0;
+            step = kFineStep;
+        }
+    }
+};
+
+// Initial stiffness of the hyperbola: triaxial runs until the strain at q50
+// lies within 0.1 % of eps_t. Writes every trial value to Props(13).
+double find_Ei(double* Props_, int option, double q50, double eps_t) {
+    double Ei = Props_[12];
+    Search sr{0.01, 101};
+    for (;;) {
+        sr.count();
+        const double eps1 = triaxial_strain_at(Props_, option, q50);
+        if (eps1 > 1.001 * eps_t) {
+            if (sr.direction < 0) sr.step = sr.step * 0.99;
+            Ei = (1.0 + sr.step) * Ei;
+            Props_[12] = Ei;
+            ListRecord() << "increase Ei_ref_inter to" << Ei << ListRecord::end;
+            sr.direction = 1;
+        } else if (eps1 < 0.999 * eps_t) {
+            if (sr.direction > 0) sr.step = sr.step * 0.99;
+            Ei = (1.0 - sr.step) * Ei;
+            Props_[12] = Ei;
+            ListRecord() << "reduce Ei_ref_inter to" << Ei << ListRecord::end;
+            sr.direction = -1;
+        } else {
+            ListRecord() << "Ei_ref_inter is determined:" << Ei << ListRecord::end;
+            Props_[12] = Ei;
+            return Ei;
+        }
+    }
+}
+
+// Hardening pair of the start state (1.0, K0, K0): the hyperbolic gamma_p at
+// the start deviator (capped at the failure deviator) and the cap through
+// that state.
+void start_pair(const double* Props_, double K0, double& gamma_p, double& cap) {
+    const HsMaterial now = read_material(1, Props_);
+    const double qf = now.qf(std::max(std::max(now.T + now.ccot, now.ccot + K0), 1.0));
+    const double q = std::min(1.0 - K0, qf);
+    const double qa = now.qa(qf);
+    const double fe = now.stress_factor(K0);
+    gamma_p = HsMaterial::hyperbola_gamma(q, qa, now.E_hyp * fe, fe * now.Eur_ref);
+    const double qt = HsMaterial::cap_qt(Vec3{{1.0, K0, K0}}, now.delta());
+    const double p = (1.0 + 2.0 * K0) / 3.0;
+    cap = std::pow(qt * qt / (now.alpha * now.alpha) + p * p, 0.5);
+}
+
+// A one-dimensional loading on the path sigma3 = K0 sigma1 up to 500.0.
+void oedometer_run(const double* Props_, int option, double K0, Sample& smp) {
+    double gamma_p, cap;
+    start_pair(Props_, K0, gamma_p, cap);
+    const HsMaterial mt = read_material(option, Props_);
+    smp = Sample{};
+    smp.start(1.0, K0, K0, gamma_p, cap);
+    do {
+        const Vec6 dSig{{0.01, K0 * smp.sig(1) - smp.sig(2), K0 * smp.sig(1) - smp.sig(3), 0.0,
+                         0.0, 0.0}};
+        load_increment(mt, option, smp, dSig, true);
+    } while (!(smp.sig(1) >= 500.0));
+}
+
+// Earth-pressure coefficient of normal consolidation: oedometer runs until
+// the lateral strain is within 0.01 % of the axial one. Writes every trial
+// value to Props(10); smp keeps the last run.
+double find_K0(double* Props_, int option, Sample& smp) {
+    double K0 = Props_[9];
+    Search sr{0.005, 61};
+    for (;;) {
+        sr.count();
+        oedometer_run(Props_, option, K0, smp);
+        const double eps1 = smp.eps(1);
+        const double eps3 = smp.eps(3);
+        const double tol = 0.0001 * std::fabs(eps1);
+        if (eps3 > tol) {
+            if (sr.direction < 0) sr.step = std::max(sr.step * 0.8, 1e-07);
+            K0 = K0 * (1.0 - sr.step);
+            Props_[9] = K0;
+            ListRecord() << "reduce K0_nc_inter to" << K0 << ListRecord::end;
+            sr.direction = 1;
+        } else if (eps3 < -tol) {
+            if (sr.direction > 0) sr.step = std::max(sr.step * 0.8, 1e-07);
+            K0 = K0 * (1.0 + sr.step);
+            Props_[9] = K0;
+            ListRecord() << "increase K0_nc_inter to" << K0 << ListRecord::end;
+            sr.direction = -1;
+        } else {
+            return K0;
+        }
+    }
 }
 
 }  // namespace
 
 void Iterative_hss(double* Props_, int option) {
-    double* Pw = Props_;  // written in place: 10 and 13
     const Props P(Props_);
     say("Iterative_hss started");
     {
@@ -109,113 +225,21 @@ void Iterative_hss(double* Props_, int option) {
         for (int i = 1; i <= 15; ++i) r << P(i);
         r.write(6);
     }
-    const double phi = P(6) * kDegToRad;
-    const double s = std::sin(phi);
-    const double c = P(5);
-    const double cc = c * std::cos(phi);
-    const double ccot = cc / s;
-    const double pref = P(9);
-    const double T = P(12);
-    const double m = P(4);
-    const double qf_ref = std::max(ccot + pref, std::max(0.0, ccot - T)) * (2.0 * s) / (1.0 - s);
+    // The calibration reads model 1's layout whatever the option.
+    const HsMaterial hs = read_material(1, Props_);
+    const double qf_ref =
+        hs.qf_product_first(std::max(hs.ccot + hs.pref, std::max(0.0, hs.ccot - hs.T)));
     const double q50 = qf_ref / 2.0;
-    const double eps_t = qf_ref / (2.0 * P(1));
+    const double eps_t = qf_ref / (2.0 * hs.E50_ref);
 
-    // Initial stiffness of the hyperbola.
-    double Ei = P(13);
-    {
-        double step = 0.01;
-        int direction = 1;
-        int counter = 0;
-        for (;;) {
-            counter = counter + 1;
-            if (counter == 101) {
-                counter = 0;
-                step = kFineStep;
-            }
-            const double eps1 = triaxial_strain_at(Props_, option, q50);
-            if (eps1 > 1.001 * eps_t) {
-                if (direction < 0) step = step * 0.99;
-                Ei = (1.0 + step) * Ei;
-                Pw[12] = Ei;
-                ListRecord() << "increase Ei_ref_inter to" << Ei << ListRecord::end;
-                direction = 1;
-            } else if (eps1 < 0.999 * eps_t) {
-                if (direction > 0) step = step * 0.99;
-                Ei = (1.0 - step) * Ei;
-                Pw[12] = Ei;
-                ListRecord() << "reduce Ei_ref_inter to" << Ei << ListRecord::end;
-                direction = -1;
-            } else {
-                ListRecord() << "Ei_ref_inter is determined:" << Ei << ListRecord::end;
-                Pw[12] = Ei;
-                break;
-            }
-        }
-    }
-
-    // Earth-pressure coefficient of normal consolidation.
-    const double delta = (3.0 + s) / (3.0 - s);
-    double K0 = P(10);
+    const double Ei = find_Ei(Props_, option, q50, eps_t);
     Sample smp;  // the last run's sample gives Eoed
-    {
-        double step = 0.005;
-        int direction = 1;
-        int counter = 0;
-        for (;;) {
-            counter = counter + 1;
-            if (counter == 61) {
-                counter = 0;
-                step = kFineStep;
-            }
-            // Hardening pair of the start state (1.0, K0, K0): the hyperbolic
-            // gamma_p at the start deviator (capped at the failure deviator)
-            // and the cap through that state.
-            double gamma_p, cap;
-            {
-                const double qf =
-                    2.0 * s / (1.0 - s) * std::max(std::max(T + ccot, ccot + K0), 1.0);
-                const double q = std::min(1.0 - K0, qf);
-                const double qa = qf / P(11);
-                const double fe =
-                    std::pow(std::max(s * K0 + cc, std::max(1.0, cc)) / (pref * s + cc), m);
-                gamma_p = (2.0 * q / (P(13) * fe)) * qa / (qa - q) - 2.0 * q / (fe * P(3));
-                const double qt = (delta - 1.0) * K0 + 1.0 - delta * K0;
-                const double p = (1.0 + 2.0 * K0) / 3.0;
-                cap = std::pow(qt * qt / (P(14) * P(14)) + p * p, 0.5);
-            }
-            smp = Sample{};
-            smp.start(1.0, K0, K0, gamma_p, cap);
-            do {
-                const double dSig[6] = {0.01, K0 * smp.sig[0] - smp.sig[1],
-                                        K0 * smp.sig[0] - smp.sig[2], 0.0, 0.0, 0.0};
-                load_increment(Props_, option, smp, dSig, true);
-            } while (!(smp.sig[0] >= 500.0));
-            const double eps1 = smp.eps[0];
-            const double eps3 = smp.eps[2];
-            const double tol = 0.0001 * std::fabs(eps1);
-            if (eps3 > tol) {
-                if (direction < 0) step = std::max(step * 0.8, 1e-07);
-                K0 = K0 * (1.0 - step);
-                Pw[9] = K0;
-                ListRecord() << "reduce K0_nc_inter to" << K0 << ListRecord::end;
-                direction = 1;
-            } else if (eps3 < -tol) {
-                if (direction > 0) step = std::max(step * 0.8, 1e-07);
-                K0 = K0 * (1.0 + step);
-                Pw[9] = K0;
-                ListRecord() << "increase K0_nc_inter to" << K0 << ListRecord::end;
-                direction = -1;
-            } else {
-                break;
-            }
-        }
-    }
+    const double K0 = find_K0(Props_, option, smp);
 
     // Oedometric stiffness of the last increment, brought back to pref.
-    const double sigma1 = smp.sig[2] / K0;
+    const double sigma1 = smp.sig(3) / K0;
     const double Eoed =
-        (smp.lastDSig1 / smp.lastDEps1) / std::pow((sigma1 * s + cc) / (pref * s + cc), m);
+        (smp.lastDSig1 / smp.lastDEps1) / hs.stress_ratio_pow(sigma1 * hs.sinphi + hs.ccos);
 
     ListRecord() << "Ei_ref_inter" << Ei << ListRecord::end;
     if (option == 1) ListRecord() << "beta" << P(15) << ListRecord::end;

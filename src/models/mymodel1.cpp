@@ -14,7 +14,7 @@ constexpr hs::Variant kModel1{
     /*debugAlways=*/false,
     /*headerTime=*/true,
     /*extraValues=*/false,
-    /*text=*/&hs::kEnglish,
+    /*text=*/&sp::kEnglish,
     /*calibrate=*/&Iterative_hss,  // task 7: Iterative_hss(Props, 1)
 };
 }  // namespace

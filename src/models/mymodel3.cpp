@@ -14,7 +14,7 @@ constexpr hs::Variant kModel3{
     /*debugAlways=*/true,
     /*headerTime=*/false,
     /*extraValues=*/true,
-    /*text=*/&hs::kSpanish,
+    /*text=*/&sp::kSpanish,
     /*calibrate=*/nullptr,
 };
 }  // namespace

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "models/material.hpp"
 #include "models/parameters.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/principal.hpp"
@@ -30,19 +31,7 @@ void header(const ModelArgs& a, int io) {
     say("____________________________________________________________");
 }
 
-// Compression-positive principal values of a host-sign stress vector, and
-// the floored and unfloored mean stress.
-Vec3 principal_values(const double* sig) {
-    double xN1[3], xN2[3], xN3[3];
-    double S1 = 0.0, S2 = 0.0, S3 = 0.0, Pm = 0.0, Q = 0.0;
-    prnsig(0, sig, xN1, xN2, xN3, S1, S2, S3, Pm, Q);
-    Vec3 Prs;
-    Prs(1) = -S1;
-    Prs(2) = -S2;
-    Prs(3) = -S3;
-    return Prs;
-}
-
+// The floored and unfloored mean stress.
 double mean_stress(const Vec3& Prs) { return (Prs(1) + Prs(2) + Prs(3)) / 3.0; }
 
 double floored(double p) { return p <= 1.0 ? 1.0 : p; }
@@ -84,7 +73,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     const int io = pt.io;
     copyrvec(sv0, sv, kNStat);
 
-    const Vec3 Prs_0 = principal_values(sig0);
+    const Vec3 Prs_0 = compression_triple(sig0);
     wrivec(io, "Prs_0", Prs_0.data(), 3);
     const double p_raw = mean_stress(Prs_0);
     const double p = floored(p_raw);
@@ -97,25 +86,19 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     Matriz6_NL(D, st.K, st.G);
     Mat3 D3;
     Matriz3_NL(D3.data(), st.K, st.G);
-    double dSig[6];
-    matvec(D, 6, dEps, 6, dSig);
-    double sig_E[6];
-    addvec(sig0, dSig, 1.0, 1.0, 6, sig_E);
+    Vec6 dSig, sig_E;
+    matvec(D, 6, dEps, 6, dSig.data());
+    addvec(sig0, dSig.data(), 1.0, 1.0, 6, sig_E.data());
     if (npi == 0) {
         double dD[36];
         Matriz6_NL(dD, st.dK, st.dG);
-        double dSec[6];
-        matvec(dD, 6, st.rel.data(), 6, dSec);
-        addvec(sig_E, dSec, 1.0, 1.0, 6, sig_E);
+        Vec6 dSec;
+        matvec(dD, 6, st.rel.data(), 6, dSec.data());
+        addvec(sig_E.data(), dSec.data(), 1.0, 1.0, 6, sig_E.data());
     }
 
-    double xN1[3], xN2[3], xN3[3];
-    double S1 = 0.0, S2 = 0.0, S3 = 0.0, Pm = 0.0, Q = 0.0;
-    prnsig(1, sig_E, xN1, xN2, xN3, S1, S2, S3, Pm, Q);
-    Vec3 Prs_E;
-    Prs_E(1) = -S1;
-    Prs_E(2) = -S2;
-    Prs_E(3) = -S3;
+    double xN[3][3];
+    const Vec3 Prs_E = compression_triple(sig_E.data(), xN);
     wrivec(io, "Prs_E", Prs_E.data(), 3);
 
     // Return mapping with the modulus ratio floored at 1.
@@ -125,14 +108,14 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, D3, R);
     if (kernel != 0) iPlast = kernel;
     wrivec(io, "Las tensiones ppales al final de este paso de cálculo son Prs=", Prs.data(), 3);
-    carsig(-Prs(1), -Prs(2), -Prs(3), xN1, xN2, xN3, sig);
+    carsig(-Prs(1), -Prs(2), -Prs(3), xN[0], xN[1], xN[2], sig);
 
     // Elastic strain: the increment less the plastic strain of the return.
     Vec6 dEpsPl;
     if (kernel != 0) {
-        double dSigPl[6];
-        addvec(sig_E, sig, 1.0, -1.0, 6, dSigPl);
-        dEpsPl = compliance(st.K, st.G, dSigPl);
+        Vec6 dSigPl;
+        addvec(sig_E.data(), sig, 1.0, -1.0, 6, dSigPl.data());
+        dEpsPl = compliance(st.K, st.G, dSigPl.data());
     }
     double* eps_el = at(sv, m2::sv::eps_el);
     for (int i = 0; i < 6; ++i) eps_el[i] = eps_el[i] + (dEps[i] - dEpsPl.v[i]);
@@ -142,10 +125,9 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
 
 // Sub-increments: each carries at most half the threshold strain
 // gamma_0.7 of octahedral shear strain, and there are at most 100.
-double sub_fraction(const double* Props, const double* dEps) {
-    const View P(Props);
+double sub_fraction(const HsMaterial& mt, const double* dEps) {
     const double gamma = kOct * modul(deviatoric(dEps).data());
-    const double limit = 0.5 * P(m2::gamma_07);
+    const double limit = 0.5 * mt.ss.gamma_07;
     if (!(limit > 0.0) || !(gamma > limit)) return 1.0;
     const double n = std::min(std::ceil(gamma / limit), 100.0);
     return 1.0 / n;
@@ -154,75 +136,65 @@ double sub_fraction(const double* Props, const double* dEps) {
 }  // namespace
 
 void initial_state(const ModelArgs& a, const Variant& v) {
-    const View P(a.Props);
+    const HsMaterial mt = read_material(v.iModel, a.Props);
     const State S(a.StVar0);
-    const double phi = P(m2::phi) * kDegToRad;
-    const double sp = std::sin(phi);
-    const double cp = std::cos(phi);
 
     // Initial stresses, compression positive.
     const double sxx = -a.Sig0[0];
     const double syy = -a.Sig0[1];
     const double szz = -a.Sig0[2];
     const double p0 = (sxx + syy + szz) / 3.0;
-    double p_eq = (2.0 * P(m2::K0_nc) + 1.0) / 3.0 * syy * P(m2::OCR);
+    double p_eq = (2.0 * mt.K0 + 1.0) / 3.0 * syy * mt.OCR;
     if (p_eq < p0) p_eq = p0;
-    double q_eq = (1.0 - P(m2::K0_nc)) * syy * P(m2::OCR);
+    double q_eq = (1.0 - mt.K0) * syy * mt.OCR;
     if (q_eq < sxx - szz) q_eq = sxx - szz;
-    const double p_p = std::sqrt(p_eq * p_eq + (q_eq / P(m2::alpha)) * (q_eq / P(m2::alpha)));
+    const double p_p = std::sqrt(p_eq * p_eq + (q_eq / mt.alpha) * (q_eq / mt.alpha));
 
-    const double ccot = P(m2::c) * cp / sp;
-    const double qf =
-        std::max({ccot + P(m2::sigma_t), ccot + szz, 1.0}) * 2.0 * sp / (1.0 - sp);
-    const double qa = qf / P(m2::R_f);
-    const double factor = std::pow(std::max(P(m2::c) * cp + szz * sp, std::max(1.0, P(m2::c) * cp)) /
-                                       (sp * P(m2::p_ref) + P(m2::c) * cp),
-                                   P(m2::m));
+    const double qf = mt.qf_product_first(std::max({mt.ccot + mt.T, mt.ccot + szz, 1.0}));
+    const double qa = mt.qa(qf);
+    const double factor = mt.stress_factor_of(mt.ccos + szz * mt.sinphi);
     const double q = q_eq;
-    const double gamma_new = 2.0 * q / (factor * P(m2::E50_ref)) * qa / (qa - q) -
-                             2.0 * q / (factor * P(m2::Eur_ref));
+    const double gamma_new =
+        HsMaterial::hyperbola_gamma(q, qa, factor * mt.E_hyp, factor * mt.Eur_ref);
     S(m2::sv::gamma_p) = std::max(gamma_new, std::max(v.gammaFloor, S(m2::sv::gamma_p)));
     S(m2::sv::p_p) = std::min({S(m2::sv::p_p), v.capCeiling, -p_p});
 
     // The small-strain memory: G0 and, on reset, the strain history.
-    const bool reset = P(m2::reset) == 1.0;
-    if (S(m2::sv::G0) < 1.0 || reset) S(m2::sv::G0) = P(m2::G0_ref);
+    const bool reset = mt.ss.reset == 1.0;
+    if (S(m2::sv::G0) < 1.0 || reset) S(m2::sv::G0) = mt.ss.G0_ref;
     if (reset) mzeror(at(a.StVar0, m2::sv::H), m2::sv::xH_M - m2::sv::H);
     for (int i = m2::sv::xH_M; i < m2::sv::G_ref_min; ++i)
         S(i) = reset ? 0.0 : std::max(S(i), 0.0);
     for (int i = m2::sv::G_ref_min; i <= m2::sv::Gt_obs; ++i)
-        if (S(i) < 1.0 || reset) S(i) = P(m2::G0_ref);
+        if (S(i) < 1.0 || reset) S(i) = mt.ss.G0_ref;
 
     copyrvec(a.StVar0, a.StVar, kNStat);
 }
 
-void elastic_stiffness(const ModelArgs& a, const Variant& /*v*/) {
-    const View P(a.Props);
+void elastic_stiffness(const ModelArgs& a, const Variant& v) {
+    const HsMaterial mt = read_material(v.iModel, a.Props);
     const View S0(a.StVar0);
     const int io = debug_unit(a);
 
-    const double p = floored(mean_stress(principal_values(a.Sig0)));
-    const double s = std::pow(std::max(p, 0.1 * P(m2::p_ref_G)) / P(m2::p_ref_G), P(m2::m_G));
-    const double Kt_ref = P(m2::K_ref) / (1.0 - P(m2::m_K));
-    const double G_ur_ref = 3.0 * Kt_ref * P(m2::Eur_ref) / (9.0 * Kt_ref - P(m2::Eur_ref));
-    const double G0 = std::min(std::max(S0(m2::sv::G0), P(m2::G0_min)), P(m2::G0_ref));
-    const double gamma_alfa_ur =
-        (2.0 * P(m2::gamma_07) / 0.385) * (std::sqrt(G0 / G_ur_ref) - 1.0);
+    const double p = floored(mean_stress(compression_triple(a.Sig0)));
+    const double s = mt.ss_shear_factor(p);
+    const double G_ur_ref = mt.ss_G_ur_ref();
+    const double G0 = mt.ss_G0_bounded(S0(m2::sv::G0));
+    const double gamma_alfa_ur = mt.ss_cut_off_strain(G0, G_ur_ref);
 
     // Strain distance from the last reversal.
     const Vec6 e = deviatoric(at(a.StVar0, m2::sv::eps));
-    double rel[6];
-    addvec(e.data(), at(a.StVar0, m2::sv::eR1), 1.0, -1.0, 6, rel);
-    const double gamma_oct_DR = kOct * modul(rel);
+    Vec6 rel;
+    addvec(e.data(), at(a.StVar0, m2::sv::eR1), 1.0, -1.0, 6, rel.data());
+    const double gamma_oct_DR = kOct * modul(rel.data());
     const double G = s * (gamma_oct_DR >= gamma_alfa_ur ? G_ur_ref : S0(m2::sv::Gt_ap_ref));
 
-    const double K_s =
-        P(m2::K_ref) * std::pow(std::max(p, 0.1 * P(m2::p_ref_K)) / P(m2::p_ref_K), P(m2::m_K));
+    const double K_s = mt.ss.K_ref * mt.ss_bulk_factor(p);
     const double mean = (S0(m2::sv::eps) + S0(m2::sv::eps + 1) + S0(m2::sv::eps + 2)) / 3.0;
-    const double e_ref = -p / (3.0 * P(m2::m_K) * K_s) - mean;
+    const double e_ref = -p / (3.0 * mt.ss.m_K * K_s) - mean;
     double K = std::abs(e_ref) > 0.1 * std::abs(mean) ? (mean / e_ref + 1.0) * K_s
-                                                       : K_s / (1.0 - P(m2::m_K));
-    const double nu = P(m2::nu_ur);
+                                                       : K_s / (1.0 - mt.ss.m_K);
+    const double nu = mt.nu_ur;
     const double Kmin = G * (2.0 / 3.0) * (1.0 + nu) / (1.0 - 2.0 * nu);
     if (Kmin > K) K = Kmin;
 
@@ -234,42 +206,43 @@ void elastic_stiffness(const ModelArgs& a, const Variant& /*v*/) {
 
 void stress_task(const ModelArgs& a, const Variant& v) {
     const int io = debug_unit(a);
-    const Point pt{a.Props, *a.iEl, *a.Int, *a.iTer, *a.IsUndr, io, &v};
+    const HsMaterial mt = read_material(v.iModel, a.Props);
+    const Point pt{a.Props, &mt, *a.iEl, *a.Int, *a.iTer, *a.IsUndr, io, &v};
 
     copyrvec(a.StVar0, a.StVar, kNStat);
     *a.Pw = *a.Pw0;
     if (*a.IsUndr == 1) *a.Pw = *a.Pw0 + *a.BulkW * (a.dEps[0] + a.dEps[1] + a.dEps[2]);
 
-    double sig0[6], sig[6];
+    Vec6 sig0, sig;
     double sv0[kNStat], sv[kNStat];
-    copyrvec(a.Sig0, sig0, 6);
+    copyrvec(a.Sig0, sig0.data(), 6);
     copyrvec(a.StVar0, sv0, kNStat);
     int npi = 1;
     int iPlast = 0;
 
     const Vec6 de = deviatoric(a.dEps);
     if (modul(de.data()) > 0.01 * modul(a.dEps)) {
-        const double step = sub_fraction(a.Props, a.dEps);
+        const double step = sub_fraction(mt, a.dEps);
         double remaining = 1.0;
         for (int it = 1; remaining > 0.001; ++it) {
             double fraction = std::min(step, remaining);
             if (remaining - fraction <= 0.001) fraction = remaining;
-            double dEps[6];
-            for (int i = 0; i < 6; ++i) dEps[i] = fraction * a.dEps[i];
-            sub_increment(pt, sig0, sv0, dEps, sig, sv, a.D, npi, iPlast);
-            copyrvec(sig, sig0, 6);
+            Vec6 dEps;
+            for (int i = 1; i <= 6; ++i) dEps(i) = fraction * a.dEps[i - 1];
+            sub_increment(pt, sig0.data(), sv0, dEps.data(), sig.data(), sv, a.D, npi, iPlast);
+            sig0 = sig;
             copyrvec(sv, sv0, kNStat);
             remaining = remaining - fraction;
         }
     } else {
-        sub_increment(pt, sig0, sv0, a.dEps, sig, sv, a.D, npi, iPlast);
-        copyrvec(sig, sig0, 6);
+        sub_increment(pt, sig0.data(), sv0, a.dEps, sig.data(), sv, a.D, npi, iPlast);
+        sig0 = sig;
         copyrvec(sv, sv0, kNStat);
     }
     wriivl(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
 
     // Observed secant and tangent shear moduli of the point.
-    const double tm = tau_m(sig0);
+    const double tm = tau_m(sig0.data());
     const double gm = gamma_m(at(sv0, m2::sv::eps));
     const State S(sv0);
     if (gm > 1e-07) S(m2::sv::Gs_obs) = tm / gm;
@@ -278,7 +251,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     if (std::abs(gm - gm0) > 1e-10)
         S(m2::sv::Gt_obs) = std::abs(tm - tm0) / std::abs(gm - gm0);
 
-    copyrvec(sig0, a.Sig, 6);
+    copyrvec(sig0.data(), a.Sig, 6);
     copyrvec(sv0, a.StVar, kNStat);
     *a.iPlast = iPlast;
 }

@@ -9,6 +9,7 @@
 
 #include "models/models.hpp"
 #include "models/parameters.hpp"
+#include "toolkit/material.hpp"
 #include "toolkit/types.hpp"
 
 namespace tervak::ss {
@@ -39,19 +40,10 @@ constexpr const double* at(const double* sv, int pos) { return sv + (pos - 1); }
 // Norm of a deviatoric strain vector to octahedral shear strain (2/sqrt(3)).
 inline constexpr double kOct = 1.1547005383792515;
 
-// A six-component strain or stress vector, xx, yy, zz, xy, yz, zx; v(1..6).
-struct Vec6 {
-    double v[6] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
-
-    constexpr double& operator()(int i) { return v[i - 1]; }
-    constexpr double operator()(int i) const { return v[i - 1]; }
-    constexpr double* data() { return v; }
-    constexpr const double* data() const { return v; }
-};
-
 // What every routine of a stress point needs to know of the call.
 struct Point {
     const double* Props;
+    const HsMaterial* mt;  // the material of the call
     int iEl;
     int Int;
     int iTer;

@@ -12,6 +12,7 @@
 
 #include "models/parameters.hpp"
 #include "models/small_strain.hpp"
+#include "toolkit/algebra.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/records.hpp"
 #include "toolkit/usrlib.hpp"
@@ -116,18 +117,17 @@ struct Step {
 
 // Stress dependency, the reference moduli and the cut-off strain.
 void step_moduli(const Point& pt, double p, const double* sv0, Step& w) {
-    const View P(pt.Props);
     const View S0(sv0);
-    w.s = std::pow(std::max(p, 0.1 * P(m2::p_ref_G)) / P(m2::p_ref_G), P(m2::m_G));
-    const double fK = std::pow(std::max(p, 0.1 * P(m2::p_ref_K)) / P(m2::p_ref_K), P(m2::m_K));
-    w.xKs = P(m2::K_ref) * fK;
-    w.xKt = P(m2::K_ref) / (1.0 - P(m2::m_K)) * fK;
-    const double Kt_ref = P(m2::K_ref) / (1.0 - P(m2::m_K));
-    w.G_ur_ref = 3.0 * Kt_ref * P(m2::Eur_ref) / (9.0 * Kt_ref - P(m2::Eur_ref));
+    const HsMaterial& mt = *pt.mt;
+    w.s = mt.ss_shear_factor(p);
+    const double fK = mt.ss_bulk_factor(p);
+    w.xKs = mt.ss.K_ref * fK;
+    w.xKt = mt.ss_Kt_ref() * fK;
+    w.G_ur_ref = mt.ss_G_ur_ref();
     w.G_ur_p = w.G_ur_ref * w.s;
-    w.G0 = std::min(std::max(S0(m2::sv::G0), P(m2::G0_min)), P(m2::G0_ref));
-    w.gamma_07 = P(m2::gamma_07);  // threshold strain of the hyperbola
-    w.gamma_alfa_ur = (2.0 * w.gamma_07 / 0.385) * (std::sqrt(w.G0 / w.G_ur_ref) - 1.0);
+    w.G0 = mt.ss_G0_bounded(S0(m2::sv::G0));
+    w.gamma_07 = mt.ss.gamma_07;  // threshold strain of the hyperbola
+    w.gamma_alfa_ur = mt.ss_cut_off_strain(w.G0, w.G_ur_ref);
     wrival(pt.io, "gamma_alfa_ur", w.gamma_alfa_ur);
 }
 
@@ -220,20 +220,19 @@ void history_update(const Point& pt, const Stiffness& st, State S, double* sv, S
 
 // 4. Change of G0.
 void change_of_G0(const Point& pt, State S, Step& w) {
-    const View P(pt.Props);
     if (w.cos_H <= w.threshold && w.cos_H <= 0.0) {
-        w.d = P(m2::G0_min) - w.G0;
+        w.d = pt.mt->ss.G0_min - w.G0;
     } else if (w.cos_H <= w.threshold) {
-        w.d = (P(m2::G0_min) - w.G0) * 0.0;
+        w.d = zero_weighted(pt.mt->ss.G0_min - w.G0);
     }
     w.G0d = w.G0 + w.d;
     if (w.cos_H < w.threshold) {
         const double old_secant = w.G0 * w.s / hyper(w.h_cap, w.gamma_07);
         if (w.G0d * w.s / hyper(w.gamma_oct_H_new, w.gamma_07) < old_secant - 0.1)
             w.G0d = std::max(hyper(w.gamma_oct_H_new, w.gamma_07) * old_secant / w.s,
-                             P(m2::G0_min));
+                             pt.mt->ss.G0_min);
     }
-    w.G0n = std::min(std::max(w.G0d, P(m2::G0_min)), P(m2::G0_ref));
+    w.G0n = std::min(std::max(w.G0d, pt.mt->ss.G0_min), pt.mt->ss.G0_ref);
     S(m2::sv::G0) = w.G0n;
     wrival(pt.io, "d_Gs0_ap_alfa_H", w.d);
 }
@@ -241,7 +240,6 @@ void change_of_G0(const Point& pt, State S, Step& w) {
 // 5. Reference modulus of the step (bookkeeping of the running minimum).
 void reference_modulus(const Point& pt, const Stiffness& st, const double* sv0, State S,
                        Step& w) {
-    const View P(pt.Props);
     const View S0(sv0);
     const int io = pt.io;
     w.rel = combine(w.e_new, w.e_R, 1.0, -1.0);
@@ -261,17 +259,18 @@ void reference_modulus(const Point& pt, const Stiffness& st, const double* sv0, 
             Gt_ap_ref = w.G_ur_ref;
             wrival(io, "Gt_ap_ref - caso 4", Gt_ap_ref);
         } else if (ga < gc && gc < gb) {
-            Gt_ap_ref = w.G0 / hyper(gc, w.gamma_07) * 0.0 * ga / std::abs(gb - ga) +
+            Gt_ap_ref = zero_weighted(w.G0 / hyper(gc, w.gamma_07)) * ga / std::abs(gb - ga) +
                         (gb - gc) * w.G_ur_ref / std::abs(gb - ga);
             Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::Gt_ap_ref));
             wrival(io, "Gt_ap_ref - caso 3", Gt_ap_ref);
         } else {
-            Gt_ap_ref = std::abs(w.G0 / hyper(w.gamma_oct_H_new, w.gamma_07) * 0.0 * ga / (gb - ga));
+            Gt_ap_ref =
+                std::abs(zero_weighted(w.G0 / hyper(w.gamma_oct_H_new, w.gamma_07)) * ga / (gb - ga));
             Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::Gt_ap_ref));
             wrival(io, "Gt_ap_ref - caso 2", Gt_ap_ref);
         }
     }
-    Gt_ap_ref = std::fmin(Gt_ap_ref, P(m2::G0_ref));
+    Gt_ap_ref = std::fmin(Gt_ap_ref, pt.mt->ss.G0_ref);
     Gt_ap_ref = std::fmax(Gt_ap_ref, w.G_ur_ref);
     Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::G_ref_min));
     if (pt.var->boundedBookkeeping) Gt_ap_ref = std::fmax(Gt_ap_ref, w.G_ur_ref);
@@ -313,7 +312,7 @@ void after_reversal(const Point& pt, State S, Step& w) {
 
 // 8. Bulk modulus floor.
 void bulk_floor(const Point& pt, Step& w) {
-    const double nu = View(pt.Props)(m2::nu_ur);
+    const double nu = pt.mt->nu_ur;
     const double Kmin = w.G * (2.0 / 3.0) * (1.0 + nu) / (1.0 - 2.0 * nu);
     if (Kmin > w.K) w.K = Kmin;
 }
@@ -325,7 +324,7 @@ void record_reference(const Point& pt, State S, const Step& w) {
     if (pt.var->boundedBookkeeping) {
         // Floored at 1, limited by the ratio of the upper bound of G0.
         double bounded = std::max(ratio, 1.0);
-        bounded = std::min(bounded, View(pt.Props)(m2::G0_ref) / w.G_ur_ref);
+        bounded = std::min(bounded, pt.mt->ss.G0_ref / w.G_ur_ref);
         S(m2::sv::G_ratio) = std::min(bounded, 10.0);
     } else {
         S(m2::sv::G_ratio) = std::min(ratio, 10.0);
@@ -345,7 +344,6 @@ int linearity(const Point& pt, double p_raw, const Step& w) {
 // Secant update of a non-linear step: the change of the curve's secant
 // over the step, applied to the strain since the reversal.
 void secant_update(const Point& pt, double p, const double* dEps, const Step& w, Stiffness& st) {
-    const View P(pt.Props);
     const double G0p = w.G0n * w.s;
     const double ga = w.gamma_oct_DR;
     const double gb = w.gamma_oct_DR_new;
@@ -365,7 +363,7 @@ void secant_update(const Point& pt, double p, const double* dEps, const Step& w,
     }
     mean_old = mean_old / 3.0;
     dmean = dmean / 3.0;
-    const double e = -p / (3.0 * P(m2::m_K) * w.xKs) - mean_old;
+    const double e = -p / (3.0 * pt.mt->ss.m_K * w.xKs) - mean_old;
     st.dK = std::abs(e) >= 0.1 * std::abs(mean_old) ? w.xKs * dmean / e : 0.0;
 }
 

@@ -17,21 +17,10 @@ void isotropic_entries(double E, double nu, double& G, double& diag, double& off
     off = ((2.0 * G) * nu) / (1.0 - 2.0 * nu);
 }
 
-// The stress-dependent unloading-reloading modulus of models 1 and 3.
-double stress_dependent_E(const Props P, double s3) {
-    const double Eref = P(3);
-    const double m = P(4);
-    const double c = P(5);
-    const double phi = P(6) * kDegToRad;
-    const double pref = P(9);
-    const double s = std::sin(phi);
-    const double co = std::cos(phi);
-    const double numerator = std::max(c * co + s3 * s, std::max(c * co, 1.0));
-    const double denominator = c * co + pref * s;
-    return Eref * std::pow(numerator / denominator, m);
+// The stress-dependent unloading-reloading modulus at the minor stress s3.
+double stress_dependent_E(const HsMaterial& mt, double s3) {
+    return mt.Eur_ref * mt.stress_factor_of(mt.ccos + s3 * mt.sinphi);
 }
-
-bool hardening_model(int iModel) { return (iModel & ~2) == 1; }
 
 // The entries of an n x n isotropic matrix (n = 3: principal, n = 6:
 // Cartesian) already cleared: diag and off in the normal block, G on the
@@ -42,16 +31,14 @@ void fill_isotropic(double* D, int n, double diag, double off, double G) {
     for (int i = 3; i < n; ++i) D[i + n * i] = G;
 }
 
-// The stress-dependent matrix of models 1 and 3; zeros for other models.
-// D is cleared before Props and the stresses are read.
-void stress_dependent(const double* Props_, const double* stress, double* D, int n,
-                      int iModel) {
+// The stress-dependent matrix of the material, or zeros. D is cleared
+// before the stresses are read.
+void stress_dependent(const HsMaterial& mt, const double* stress, double* D, int n) {
     mzeror(D, n * n);
-    if (!hardening_model(iModel)) return;
-    const Props P(Props_);
-    const double E = stress_dependent_E(P, stress[2]);
+    if (!mt.stress_dependent_elasticity) return;
+    const double E = stress_dependent_E(mt, stress[2]);
     double G, diag, off;
-    isotropic_entries(E, P(8), G, diag, off);
+    isotropic_entries(E, mt.nu_ur, G, diag, off);
     fill_isotropic(D, n, diag, off, G);
 }
 
@@ -65,12 +52,12 @@ void from_moduli(double* D, int n, double K, double G) {
 
 }  // namespace
 
-void Matriz3(const double* Props_, const double* stress, double* D3, int iModel) {
-    stress_dependent(Props_, stress, D3, 3, iModel);
+void Matriz3(const HsMaterial& mt, const double* stress, double* D3) {
+    stress_dependent(mt, stress, D3, 3);
 }
 
-void Matriz6(const double* Props_, const double* stress, double* D, int iModel) {
-    stress_dependent(Props_, stress, D, 6, iModel);
+void Matriz6(const HsMaterial& mt, const double* stress, double* D) {
+    stress_dependent(mt, stress, D, 6);
 }
 
 void Matriz3_NL(double* D3, double K, double G) { from_moduli(D3, 3, K, G); }

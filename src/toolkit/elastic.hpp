@@ -1,11 +1,15 @@
 // Isotropic elastic matrices: 3x3 in principal space and 6x6 Cartesian.
 #pragma once
 
+#include "toolkit/material.hpp"
+
 namespace tervak {
 
-// Stress-dependent modulus from Props (models 1 and 3); only stress(3) is read.
-void Matriz3(const double* Props, const double* stress, double* D3, int iModel);
-void Matriz6(const double* Props, const double* stress, double* D, int iModel);
+// The material's stress-dependent unloading-reloading modulus at the minor
+// stress stress(3) (only that entry is read); zero matrices for a material
+// without stress-dependent elasticity.
+void Matriz3(const HsMaterial& mt, const double* stress, double* D3);
+void Matriz6(const HsMaterial& mt, const double* stress, double* D);
 void Matriz3_NL(double* D3, double K, double G);
 void Matriz6_NL(double* D, double K, double G);
 double modul(const double* v);

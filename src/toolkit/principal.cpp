@@ -130,6 +130,30 @@ void prnsig(int IOpt, const double* S, double* xN1, double* xN2, double* xN3, do
         eig_3a(0, S, S1, S2, S3, P, Q);
 }
 
+namespace {
+
+Vec3 negated(double S1, double S2, double S3) {
+    Vec3 Prs;
+    Prs(1) = -S1;
+    Prs(2) = -S2;
+    Prs(3) = -S3;
+    return Prs;
+}
+
+}  // namespace
+
+Vec3 compression_triple(const double* S) {
+    double S1 = 0.0, S2 = 0.0, S3 = 0.0, P = 0.0, Q = 0.0;
+    eig_3a(0, S, S1, S2, S3, P, Q);
+    return negated(S1, S2, S3);
+}
+
+Vec3 compression_triple(const double* S, double (&xN)[3][3]) {
+    double S1 = 0.0, S2 = 0.0, S3 = 0.0, P = 0.0, Q = 0.0;
+    prnsig(1, S, xN[0], xN[1], xN[2], S1, S2, S3, P, Q);
+    return negated(S1, S2, S3);
+}
+
 void carsig(double S1, double S2, double S3, const double* xN1, const double* xN2,
             const double* xN3, double* Sig) {
     Mat3 Sd, E, Et, T, B;

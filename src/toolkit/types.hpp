@@ -1,5 +1,7 @@
 // Small value types the whole library is written in: 3-vectors and 3x3
-// matrices in principal-stress space, and a 1-based view of a host array.
+// matrices in principal-stress space, 6-vectors of stresses and strains, and
+// a 1-based view of a host array. Their algebra, and the fixed order in
+// which it evaluates, is in toolkit/algebra.hpp.
 #pragma once
 
 namespace tervak {
@@ -7,6 +9,16 @@ namespace tervak {
 // A principal triple or any other 3-vector; v(1..3) reads like the formulas.
 struct Vec3 {
     double v[3] = {0.0, 0.0, 0.0};
+
+    constexpr double& operator()(int i) { return v[i - 1]; }
+    constexpr double operator()(int i) const { return v[i - 1]; }
+    constexpr double* data() { return v; }
+    constexpr const double* data() const { return v; }
+};
+
+// A six-component stress or strain vector, xx, yy, zz, xy, yz, zx; v(1..6).
+struct Vec6 {
+    double v[6] = {0.0, 0.0, 0.0, 0.0, 0.0, 0.0};
 
     constexpr double& operator()(int i) { return v[i - 1]; }
     constexpr double operator()(int i) const { return v[i - 1]; }

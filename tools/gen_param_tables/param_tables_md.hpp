@@ -22,14 +22,23 @@ inline std::string number(double x) {
     return buf;
 }
 
-// "> 0", ">= 1", "[0, 0.5)", "(0, 90)"; empty when no range is known.
+// "> 0", ">= 1", "[0, 0.5)", "(0, 90)"; empty when no range is known. Built
+// by appending to one string (GCC 12 at -O3 flags `"literal" + string&&` with a
+// false -Wrestrict).
 inline std::string range_text(const tervak::params::Range& r) {
     if (!r.known) return "";
     const bool lo_inf = std::isinf(r.lo), hi_inf = std::isinf(r.hi);
     if (lo_inf && hi_inf) return "any";
-    if (hi_inf) return (r.lo_open ? "> " : ">= ") + number(r.lo);
-    if (lo_inf) return (r.hi_open ? "< " : "<= ") + number(r.hi);
-    return (r.lo_open ? "(" : "[") + number(r.lo) + ", " + number(r.hi) + (r.hi_open ? ")" : "]");
+    std::string s;
+    if (hi_inf) {
+        s.append(r.lo_open ? "> " : ">= ").append(number(r.lo));
+    } else if (lo_inf) {
+        s.append(r.hi_open ? "< " : "<= ").append(number(r.hi));
+    } else {
+        s.append(r.lo_open ? "(" : "[").append(number(r.lo)).append(", ");
+        s.append(number(r.hi)).append(r.hi_open ? ")" : "]");
+    }
+    return s;
 }
 
 inline std::string props_row(const tervak::params::Entry& e) {
