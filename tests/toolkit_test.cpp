@@ -56,6 +56,9 @@ TEST(Toolkit, VectorsAndProducts) {
     EXPECT_TRUE(lequal(&zero, &tiny, &tol));  // floor tol^2 / 2
     tiny = 1e-23;
     EXPECT_FALSE(lequal(&zero, &tiny, &tol));
+    double near1 = 1 + 5e-13, far1 = 1 + 2e-12;  // (|a| + |b| + tol) tol / 2 decides
+    EXPECT_TRUE(lequal(&e, &near1, &tol));
+    EXPECT_FALSE(lequal(&e, &far1, &tol));
     double big = 1e6, big2 = 1e6 * (1 + 1e-13);
     EXPECT_TRUE(lequal(&big, &big2, &tol));  // relative
 }
