@@ -241,23 +241,14 @@ TEST(CurvedKernels, CapHardeningFactorActsOnModelsTwoAndFour) {
     EXPECT_NEAR(f.cap(b.Prs, -b.hard[1]), 0, 1e-8 * 160 * 160);
 }
 
-// A trial that is not a number never converges: the loops stop after 101
-// passes (counted in the traced "it" lines) with the problem verdict.
-TEST(Kernels, NaNTrialStopsAfter101Passes) {
+// A trial that is not a number never converges: the problem verdict.
+TEST(Kernels, NaNTrialIsANumericalProblem) {
     double D3[9];
     matriz3_nl(D3, 2e4, 1e4);
     std::vector<double> P = soil(1, 10, 30, 5, 1);
     const double hardE[2] = {0, -100}, nan = std::nan("");
-    for (const char* k : {"mc_plast", "trac_plast", "mc_trac_plast", "cap_plast", "hs_plast"}) {
-        SCOPED_TRACE(k);
-        const Out o = run(k, 1, 1, P, {nan, 50, 10}, hardE, {50, 50, 50}, D3, true);
-        EXPECT_TRUE(o.trace.ends_with(" Numerical problem\n"));
-        int last = 0;
-        for (const std::string& l : lines(o.trace))
-            if (l.rfind(" it ", 0) == 0) last = std::atoi(l.c_str() + 3);
-        if (std::string(k) == "trac_plast") EXPECT_EQ(last, 101);
-        if (last != 0) EXPECT_EQ(last, 101);
-    }
+    for (const char* k : {"mc_plast", "trac_plast", "mc_trac_plast", "cap_plast", "hs_plast"})
+        EXPECT_TRUE(run(k, 1, 1, P, {nan, nan, nan}, hardE, {50, 50, 50}, D3, true).trace.ends_with(" Numerical problem\n")) << k;
 }
 
 // An unknown area stops the process with the kernel's message (the pins of
