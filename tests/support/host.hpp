@@ -139,7 +139,9 @@ inline std::string run_fortran(const std::string& name, const std::string& sourc
     const std::string lib = TERVAK_LIB_PATH;
     const std::string libdir = lib.substr(0, lib.rfind('/'));
     int st = 0;
-    const std::string log = run_command(std::string(TERVAK_FC) + " -o " + exe + " " + src + " " + lib +
+    // Under the sanitizers the program carries their runtimes first, as the library expects.
+    const std::string san = TERVAK_SANITIZE_BUILD ? " -fsanitize=address,undefined" : "";
+    const std::string log = run_command(std::string(TERVAK_FC) + san + " -o " + exe + " " + src + " " + lib +
                                             " -Wl,-rpath," + libdir + " 2>&1",
                                         &st);
     EXPECT_EQ(st, 0) << log;
