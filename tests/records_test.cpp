@@ -54,6 +54,8 @@ std::vector<Case> cases() {
     c.push_back({VEC, "Prs   ", {1.0}, {}});        // trailing blanks overwritten by T7
     c.push_back({VEC, "Prs_E", {}, {}});           // no values: the label alone
     c.push_back({VEC, "df13_mcmdS", {0.5, 0.0, -0.75}, {}});  // over 6: values on the next record
+    c.push_back({VEC, "Prs(1)", {1.5, -2.5}, {}});           // 6 and 7 characters: the boundary
+    c.push_back({VEC, "Prs_E_1", {1.5, -2.5}, {}});
     c.push_back({VEC, "longer label", kEdges, {}});
     c.push_back({VEC5, "xN", kEdges, {}});
     c.push_back({VEC5, "empty", {}, {}});
