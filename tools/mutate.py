@@ -139,6 +139,7 @@ def main():
                     help="ctest selection of the fast tests (the calibration's faults run every test)")
     ap.add_argument("--targets", default="", help="build targets (default all)")
     ap.add_argument("--only", help="one subsystem")
+    ap.add_argument("--ids", help="fault numbers, comma-separated (as listed)")
     ap.add_argument("--out", default="mutation.tsv")
     ap.add_argument("--list", action="store_true")
     a = ap.parse_args()
@@ -146,10 +147,12 @@ def main():
     here = os.path.abspath(os.path.join(os.path.dirname(__file__), ".."))
     if tree == here:
         sys.exit("refusing to mutate the tree this script lives in")
-    faults = [f for f in FAULTS if not a.only or f[0] == a.only]
+    ids = {int(i) for i in a.ids.split(",")} if a.ids else None
+    faults = [(n, f) for n, f in enumerate(FAULTS, 1)
+              if (not a.only or f[0] == a.only) and (ids is None or n in ids)]
     if a.list:
-        for f in faults:
-            print(f"{f[0]:12s} {f[1]}: {f[4]}")
+        for n, f in faults:
+            print(f"{n:3d} {f[0]:12s} {f[1]}: {f[4]}")
         return
     build = os.path.abspath(a.build or os.path.join(tree, "build-mut"))
     rc, out = sh(f"cmake -S . -B {build} -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DTERVAK_BENCH=OFF", tree)
@@ -164,7 +167,7 @@ def main():
         sys.exit("clean tree fails its tests:\n" + out[-3000:])
     results = []
     with open(a.out, "w") as log:
-        for n, (sub, path, old, new, what) in enumerate(faults, 1):
+        for n, (sub, path, old, new, what) in faults:
             full = os.path.join(tree, path)
             text = open(full).read()
             if text.count(old) != 1:
