@@ -28,9 +28,9 @@ struct Out {
 
 // Calls a kernel by name with the tail its family takes; traced when asked.
 Out run(const std::string& name, int model, I area, std::vector<double>& P, Triple trial, const double hardE[2],
-        Triple Prs0, const double D3[9], bool traced = false, double R = 1.0, bool capture = true) {
+        Triple Prs0, const double D3[9], bool traced = false, double R = 1.0, bool capture = true, I undr = 0) {
     Out o;
-    I iEl = 1, Int = 1, dbgEl = traced ? 1 : -1, dbgInt = traced ? 1 : 0, m = model, undr = 0;
+    I iEl = 1, Int = 1, dbgEl = traced ? 1 : -1, dbgInt = traced ? 1 : 0, m = model;
     double hE[2] = {hardE[0], hardE[1]}, d3[9];
     std::copy(D3, D3 + 9, d3);
     o.hard[0] = hE[0];
@@ -203,10 +203,14 @@ TEST(CurvedKernels, LandOnTheActiveSurfacesAndOnlyHarden) {
         if (k.on & TRACF) EXPECT_NEAR(o.Prs[2], -2.0, 1e-8 * sc);
         if (k.on & CAPF) EXPECT_NEAR(f.cap(o.Prs, -o.hard[1]), 0, 1e-8 * sc * sc);
         if (k.area == 2) EXPECT_NEAR(o.Prs[1], o.Prs[2], 1e-8 * sc);
-        // Away from the traced point the same bits, silently.
+        // Away from the traced point the same bits, silently; undrained the
+        // same return while the mean stress stays above the tension value.
         const Out q = run(k.kernel, 1, k.area, P, k.trial, hardE, Prs0, D3, false);
         EXPECT_EQ(q.trace, "");
         EXPECT_EQ(q.Prs, o.Prs);
+        const Out u = run(k.kernel, 1, k.area, P, k.trial, hardE, Prs0, D3, false, 1.0, true, 1);
+        EXPECT_EQ(u.Prs, o.Prs);
+        EXPECT_EQ(u.hard[1], o.hard[1]);
     }
 }
 
