@@ -245,6 +245,46 @@ TEST(CurvedKernels, CapHardeningFactorActsOnModelsTwoAndFour) {
     EXPECT_NEAR(f.cap(b.Prs, -b.hard[1]), 0, 1e-8 * 160 * 160);
 }
 
+// The flow rules seen in the plastic strain D3^-1 (trial - returned). The
+// cap: a deviator below its 0.001 floor counts as none, so an isotropic D3
+// returns along the hydrostatic axis. Shear hardening (models 1 and 3): no
+// dilatancy below 0.75 sin(phi) of mobilised friction, above it
+// max((spm - scv) / (1 - scv spm), 0).
+TEST(CurvedKernels, FlowRules) {
+    double D3[9], C[9];
+    matriz3_nl(D3, 5e4, 3e4);
+    I three = 3;
+    sym<void(double*, double*, I*)>("matinvpiv_")(D3, C, &three);
+    auto plastic = [&](const Triple& t, const Triple& p) {
+        Triple e{};
+        for (int i = 0; i < 3; ++i)
+            for (int k = 0; k < 3; ++k) e[static_cast<size_t>(i)] += C[i + 3 * k] * (t[static_cast<size_t>(k)] - p[static_cast<size_t>(k)]);
+        return e;
+    };
+    std::vector<double> P = soil(1, 1, 38, 20, 0);
+    const double capE[2] = {1e-2, -110};
+    const Out c = run("cap_plast", 1, 1, P, {150.0002, 150, 150}, capE, {100, 100, 100}, D3);
+    EXPECT_NEAR(c.Prs[0] - c.Prs[2], 0.0002, 1e-9);
+    EXPECT_NEAR(c.Prs[1], c.Prs[2], 1e-9);
+    const double s = std::sin(38 * kDeg), sp = std::sin(20 * kDeg), scv = (s - sp) / (1 - s * sp);
+    int dilating = 0, not_dilating = 0;
+    for (double g : {1e-4, 3e-3, 1e-2})
+    for (double t1 : {180.0, 230.0, 300.0, 400.0, 500.0}) {
+        const Triple trial = {t1, 120, 100};
+        const double hsE[2] = {g, -1000};
+        const Out o = run("hs_plast", 1, 1, P, trial, hsE, {100, 100, 100}, D3);
+        const double spm = std::min(std::max((o.Prs[0] - o.Prs[2]) / (o.Prs[0] + o.Prs[2] - 2 * std::cos(38 * kDeg) / s), 0.0), s);
+        const double psi_m = spm < 0.75 * s ? 0.0 : std::max((spm - scv) / (1 - scv * spm), 0.0);
+        if (std::abs(spm - 0.75 * s) < 1e-3) continue;  // too close to the switch to tell
+        (psi_m > 0 ? dilating : not_dilating) += 1;
+        const Triple e = plastic(trial, o.Prs);
+        EXPECT_NEAR(e[1], 0.0, 1e-9 * std::abs(e[0]));
+        EXPECT_NEAR((e[0] + e[2]) / (e[0] - e[2]), -psi_m, 1e-6) << t1 << " spm " << spm;
+    }
+    EXPECT_GT(not_dilating, 0);
+    EXPECT_GT(dilating, 0);
+}
+
 // A trial that is not a number never converges: the problem verdict.
 TEST(Kernels, NaNTrialIsANumericalProblem) {
     double D3[9];
