@@ -33,12 +33,23 @@ demo: deps
 host-example: build
 	@$(BUILD)/examples/host_example
 
+# Plain build: every test, the full calibration included. Sanitizer build
+# (ASan/UBSan): only the test programs and what they load; its calibration
+# test studies one soil from calibrated values.
 deps-test:
 	@sh tools/deps.sh test
 
-test: deps-test build build-san
-	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS)
-	@ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp UBSAN_OPTIONS=print_stacktrace=1 ctest --test-dir $(BUILD_SAN) --output-on-failure -j $(JOBS)
+test: deps-test
+	@echo "== make test 1/4: plain build of the tests"
+	@cmake -S . -B $(BUILD) -G Ninja $(CMAKE_FLAGS) >/dev/null
+	@cmake --build $(BUILD) -j $(JOBS) --target tervak_tests
+	@echo "== make test 2/4: tests (the calibration runs for about a minute)"
+	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) --timeout 900
+	@echo "== make test 3/4: sanitizer build of the tests"
+	@cmake -S . -B $(BUILD_SAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTERVAK_SANITIZE=ON -DTERVAK_BENCH=OFF >/dev/null
+	@cmake --build $(BUILD_SAN) -j $(JOBS) --target tervak_tests
+	@echo "== make test 4/4: tests under ASan/UBSan"
+	@ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp UBSAN_OPTIONS=print_stacktrace=1 ctest --test-dir $(BUILD_SAN) --output-on-failure -j $(JOBS) --timeout 900
 
 bench: build
 	@$(BUILD)/bench/tervak_bench

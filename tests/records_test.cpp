@@ -1,210 +1,219 @@
-// Records against the Fortran runtime: the reference program f_records_ref
-// writes the same values with gfortran's own list-directed output and edit
-// descriptors, and every line must match byte for byte.
+// Record layouts against gfortran. One table of writer calls; one Fortran
+// program, generated from the table and compiled once, writes every case
+// twice: with its own Fortran formats (the reference), and by calling the
+// library's writer as a Fortran caller does (hidden label lengths, values
+// by reference). The C++ caller's output must equal both byte for byte.
+// The same program calls user_mod_ and prints what it got, which a C
+// caller must see too.
 #include <gtest/gtest.h>
 
-#include <cfloat>
+#include <cinttypes>
 #include <cmath>
-#include <cstdint>
-#include <cstdio>
 #include <cstring>
 #include <limits>
-#include <random>
 #include <sstream>
 #include <string>
-#include <unistd.h>
 #include <vector>
 
-#include "support/test_support.hpp"
-#include "toolkit/records.hpp"
+#include "support/host.hpp"
 
 namespace {
 
-using tervak::ListRecord;
+using namespace tervak_test;
 
-std::int64_t bits_of(double x) {
-    std::int64_t b;
-    std::memcpy(&b, &x, sizeof b);
-    return b;
+enum Kind { VAL, IVL, IVC, VEC, VEC5, MAT };
+const char* kName[] = {"wrival", "wriivl", "wriivc", "wrivec", "wrivec5", "wrimat"};
+
+struct Case {
+    Kind kind;
+    std::string label;
+    std::vector<double> v;  // reals (column-major for wrimat)
+    std::vector<int> iv;    // integers
+    int nrow = 0, ncol = 0;  // wrimat
+};
+
+const double kInf = std::numeric_limits<double>::infinity();
+const double kNaN = std::numeric_limits<double>::quiet_NaN();
+
+// Values around every layout boundary: fixed/exponent switch at 0.1 and
+// 1e17, ties, carries, three-digit exponents, signed zero, non-finite.
+const std::vector<double> kEdges = {0.0, -0.0, 1.0, -0.1, 0.1, 0.09999999999999999, 9.9999999999999992e-2,
+                                    1e16, 1e17, 99999999999999984.0, 1.0625, -9.99951, 123456.5, 1e-300,
+                                    -1e100, 9.99996e99, 2.5e-3, 1.0 / 3.0, -2.0 / 3.0, 5e-324,
+                                    1.7976931348623157e308, kNaN, kInf, -kInf};
+
+std::vector<Case> cases() {
+    std::vector<Case> c;
+    for (double x : kEdges) c.push_back({VAL, "Prs", {x}, {}});
+    c.push_back({VAL, "Prs en primera iteración", {-12.5}, {}});
+    c.push_back({VAL, "", {1.0}, {}});
+    for (int k : {0, 7, -1, 2147483647, -2147483647 - 1}) c.push_back({IVL, "it", {}, {k}});
+    c.push_back({IVC, "iv", {}, {1, -1999, 99999, -999, 0, 42, 7, 123, 5, 6, 7, 8}});
+    c.push_back({IVC, "none", {}, {}});
+    c.push_back({VEC, "Prs", kEdges, {}});           // label within 6: T7 layout
+    c.push_back({VEC, "Prs   ", {1.0}, {}});        // trailing blanks overwritten by T7
+    c.push_back({VEC, "Prs_E", {}, {}});           // no values: the label alone
+    c.push_back({VEC, "df13_mcmdS", {0.5, 0.0, -0.75}, {}});  // over 6: values on the next record
+    c.push_back({VEC, "Prs(1)", {1.5, -2.5}, {}});           // 6 and 7 characters: the boundary
+    c.push_back({VEC, "Prs_E_1", {1.5, -2.5}, {}});
+    c.push_back({VEC, "longer label", kEdges, {}});
+    c.push_back({VEC5, "xN", kEdges, {}});
+    c.push_back({VEC5, "empty", {}, {}});
+    c.push_back({MAT, "D3", {2e4, 5e3, 5e3, 5e3, 2e4, 5e3, 5e3, 5e3, 2e4}, {}, 3, 3});
+    c.push_back({MAT, "D", std::vector<double>(kEdges.begin(), kEdges.begin() + 24), {}, 3, 8});
+    c.push_back({MAT, "no columns", {}, {}, 2, 0});
+    return c;
 }
 
-double from_bits(std::uint64_t b) {
-    double x;
-    std::memcpy(&x, &b, sizeof x);
-    return x;
-}
-
-std::vector<std::string> lines_of(const std::string& s) {
-    std::vector<std::string> v;
-    std::size_t start = 0;
-    while (start < s.size()) {
-        std::size_t nl = s.find('\n', start);
-        if (nl == std::string::npos) nl = s.size();
-        v.push_back(s.substr(start, nl - start));
-        start = nl + 1;
-    }
-    return v;
-}
-
-std::string write_temp(const std::string& text) {
-    char name[] = "/tmp/tervak_recordsXXXXXX";
-    const int fd = mkstemp(name);
-    EXPECT_GE(fd, 0);
-    std::size_t off = 0;
-    while (off < text.size()) {
-        const ssize_t n = ::write(fd, text.data() + off, text.size() - off);
-        if (n <= 0) break;
-        off += static_cast<std::size_t>(n);
-    }
-    close(fd);
-    return name;
-}
-
-// Every value worth a look: specials, both sides of the layout boundaries,
-// ties on the exact binary value, carries into the next decade, every
-// power of ten with its neighbours, and random values of three kinds.
-std::vector<double> real_cases() {
-    const double inf = std::numeric_limits<double>::infinity();
-    const double nan = std::numeric_limits<double>::quiet_NaN();
-    std::vector<double> v = {0.0,     -0.0,       nan,        -nan,       inf,
-                             -inf,    DBL_MIN,    -DBL_MIN,   DBL_MAX,    -DBL_MAX,
-                             DBL_TRUE_MIN, -DBL_TRUE_MIN, DBL_MIN - DBL_TRUE_MIN,
-                             1e-300,  -1e-300,    1e300,      -1e300,     1e-100,
-                             1e100,   9.9996e99,  9.9994e99,  -9.99951e-100,
-                             9.99949e-100, 9.9995e-10, 0.1,   -0.1,       1e17,
-                             -1e17,   1e16,       99999999999999984.0, 0.09999999999999999,
-                             1.0,     -1.0,       1.0625,     -1.0625,    -9.99951,
-                             9.9995,  0.99995,    9.999995,   9.9999950000000001,
-                             123456.5, 2.5e-3,    -2.5e-3,    1.234e5,    0.5,
-                             1.5,     2.5,        1e-5,       1e23,       5e-324,
-                             4.9999999999999999e-100, 1.00005, 1.000005, 0.999999999999999944,
-                             9.99999999999999999e16, 12345678901234567.0};
-    // Dyadic values hit exact ties at many digit positions.
-    for (int k = 0; k <= 22; ++k)
-        for (int j = 1; j <= 130; ++j) v.push_back(std::ldexp(static_cast<double>(j), -k));
-    for (int e = -323; e <= 308; ++e) {
-        const double p = std::pow(10.0, e);
-        v.push_back(p);
-        v.push_back(std::nextafter(p, 0.0));
-        v.push_back(-std::nextafter(p, inf));
-        v.push_back(9.9995 * p);
-        v.push_back(-9.999995 * p);
-    }
-    std::mt19937_64 rng(20240611u);
-    for (int i = 0; i < 3000; ++i) v.push_back(from_bits(rng()));
-    std::uniform_real_distribution<double> dec(-14.0, 20.0);
-    for (int i = 0; i < 3000; ++i) {
-        const double x = std::pow(10.0, dec(rng));
-        v.push_back((rng() & 1) ? x : -x);
-    }
-    // Near a decimal rounding point of 4 or 6 significant digits.
-    std::uniform_int_distribution<int> mant(100000, 999999);
-    std::uniform_int_distribution<int> ex(-60, 60);
-    for (int i = 0; i < 2000; ++i) {
-        const double m = (mant(rng) / 10 * 10 + 5) * 1e-5;  // d.dddd5
-        v.push_back(m * std::pow(10.0, ex(rng)));
-        v.push_back((mant(rng) * 10 + 5) * 1e-6 * std::pow(10.0, ex(rng)));
-    }
-    return v;
-}
-
-std::vector<std::int32_t> int_cases() {
-    std::vector<std::int32_t> v = {0,     1,      -1,   9,     -9,    99,         -99,
-                                   999,   -999,   1000, -1000, 9999,  10000,      -10000,
-                                   12345, 123456, 1234567890, std::numeric_limits<std::int32_t>::max(),
-                                   std::numeric_limits<std::int32_t>::min(), 487, 11};
-    std::mt19937 rng(7u);
-    for (int i = 0; i < 500; ++i) {
-        const int digits = static_cast<int>(rng() % 10);
-        std::int32_t k = static_cast<std::int32_t>(rng() % static_cast<unsigned>(std::pow(10, digits) + 1));
-        v.push_back((rng() & 1) ? k : -k);
-    }
-    return v;
-}
-
-void emit_field(const char* f, int w) {
-    std::fwrite(f, 1, static_cast<std::size_t>(w), stdout);
-    std::fputc('\n', stdout);
-}
-
-TEST(Records, MatchTheFortranRuntimeByteForByte) {
-    const std::vector<double> xs = real_cases();
-    const std::vector<std::int32_t> ks = int_cases();
-
-    std::ostringstream in;
-    in << xs.size() << '\n';
-    for (double x : xs) in << bits_of(x) << '\n';
-    in << ks.size() << '\n';
-    for (std::int32_t k : ks) in << k << '\n';
-    const std::string path = write_temp(in.str());
-
-    int status = -1;
-    const std::string ref = tervak_test::run_command(
-        std::string(TERVAK_BINARY_DIR "/tests/f_records_ref < ") + path, &status);
-    unlink(path.c_str());
-    ASSERT_EQ(status, 0);
-
-    const std::string ours = tervak_test::capture_stdout([&] {
-        char f[32];
-        for (double x : xs) {
-            ListRecord() << x << ListRecord::end;
-            tervak::format_1pe(f, 10, 3, x);
-            emit_field(f, 10);
-            tervak::format_1pe(f, 12, 5, x);
-            emit_field(f, 12);
+// The library's writer, called from C++ through its export.
+std::string ours(const Case& k) {
+    return capture_stdout([&] {
+        I unit = 6, n = static_cast<I>(k.kind == IVL || k.kind == IVC ? k.iv.size() : k.v.size());
+        I la = k.nrow, nr = k.nrow, nc = k.ncol, iv0 = k.iv.empty() ? 0 : k.iv[0];
+        const char* l = k.label.data();
+        const size_t len = k.label.size();
+        double* v = const_cast<double*>(k.v.data());
+        I* iv = const_cast<I*>(reinterpret_cast<const I*>(k.iv.data()));
+        switch (k.kind) {
+            case VAL: sym<void(I*, const char*, double*, size_t)>("wrival_")(&unit, l, v, len); break;
+            case IVL: sym<void(I*, const char*, I*, size_t)>("wriivl_")(&unit, l, &iv0, len); break;
+            case IVC: sym<void(I*, const char*, I*, I*, size_t)>("wriivc_")(&unit, l, iv, &n, len); break;
+            case VEC: sym<void(I*, const char*, double*, I*, size_t)>("wrivec_")(&unit, l, v, &n, len); break;
+            case VEC5: sym<void(I*, const char*, double*, I*, size_t)>("wrivec5_")(&unit, l, v, &n, len); break;
+            case MAT:
+                sym<void(I*, const char*, double*, I*, I*, I*, size_t)>("wrimat_")(&unit, l, v, &la, &nr, &nc, len);
+                break;
         }
-        for (std::int32_t k : ks) {
-            ListRecord() << k << ListRecord::end;
-            tervak::format_i(f, 4, k);
-            emit_field(f, 4);
-        }
-        for (std::size_t i = 0; i < xs.size(); ++i) {
-            const std::int32_t k = ks[i % ks.size()];
-            ListRecord() << "Prs" << xs[i] << k << "a" << "bc " << xs[i] << ListRecord::end;
-            ListRecord() << k << k << "Prs en primera iteración" << "x" << ListRecord::end;
-        }
-        ListRecord() << ListRecord::end;
-        ListRecord() << "solo" << ListRecord::end;
-        ListRecord() << "" << "" << ListRecord::end;
     });
+}
 
-    const auto a = lines_of(ref);
-    const auto b = lines_of(ours);
-    ASSERT_EQ(a.size(), b.size());
-    int bad = 0;
-    for (std::size_t i = 0; i < a.size() && bad < 20; ++i) {
-        if (a[i] != b[i]) {
-            ++bad;
-            ADD_FAILURE() << "line " << i + 1 << "\n gfortran: [" << a[i] << "]\n ours:     ["
-                          << b[i] << "]";
+std::string flit(double x) {
+    int64_t b;
+    std::memcpy(&b, &x, 8);
+    const std::string lit = b == INT64_MIN ? "(-9223372036854775807_8 - 1_8)" : std::to_string(b) + "_8";
+    return "transfer(" + lit + ", 1d0)";
+}
+
+// The Fortran program: for case i, "@ref i", the reference records,
+// "@lib i", the records of the library's writer called from Fortran.
+std::string program(const std::vector<Case>& cs) {
+    std::ostringstream f;
+    f << "program records\n  implicit none\n  double precision :: v(64), D(36), Sig(6), StV(2), Props(50), dE(6), S0(6)\n"
+         "  integer :: iv(16), n, i, j\n  integer :: ip, ns, a5(4)\n  double precision :: bw, pw\n";
+    for (size_t c = 0; c < cs.size(); ++c) {
+        const Case& k = cs[c];
+        std::string lab = "'";
+        for (char ch : k.label) lab += ch == '\'' ? std::string("''") : std::string(1, ch);
+        lab += "'";
+        const size_t n = k.kind == IVL || k.kind == IVC ? k.iv.size() : k.v.size();
+        f << "  n = " << n << "\n";
+        for (size_t i = 0; i < k.v.size(); ++i) f << "  v(" << i + 1 << ") = " << flit(k.v[i]) << "\n";
+        for (size_t i = 0; i < k.iv.size(); ++i) f << "  iv(" << i + 1 << ") = " << (k.iv[i] == INT32_MIN ? std::string("-2147483647 - 1") : std::to_string(k.iv[i])) << "\n";
+        f << "  write(6,'(a)') '@ref " << c << "'\n";
+        switch (k.kind) {
+            case VAL: f << "  write(6,*) " << lab << ", v(1)\n"; break;
+            case IVL: f << "  write(6,*) " << lab << ", iv(1)\n"; break;
+            case IVC: f << "  write(6,*) " << lab << "\n  write(6,'((2(3x,5i4)))') (iv(i), i = 1, n)\n"; break;
+            case VEC:
+                if (k.label.find_last_not_of(' ') + 1 > 6 && k.label.find_last_not_of(' ') != std::string::npos)
+                    f << "  write(6,*) " << lab << "\n  write(6,'((2(1x,3(1x,1p,e10.3))))') (v(i), i = 1, n)\n";
+                else
+                    f << "  write(6,'(A,(T7,2(1x,3(1x,1p,e10.3))))') " << lab << ", (v(i), i = 1, n)\n";
+                break;
+            case VEC5: f << "  write(6,*) " << lab << "\n  write(6,'(5(1x,1p,e12.5))') (v(i), i = 1, n)\n"; break;
+            case MAT:
+                f << "  write(6,*) " << lab << "\n  do i = 1, " << k.nrow << "\n    write(6,'(i4,(T7,2(1x,3(1x,1p,e10.3))))') i, (v(i + "
+                  << k.nrow << " * (j - 1)), j = 1, " << k.ncol << ")\n  end do\n";
+                break;
+        }
+        f << "  write(6,'(a)') '@lib " << c << "'\n";
+        switch (k.kind) {
+            case VAL: f << "  call wrival(6, " << lab << ", v(1))\n"; break;
+            case IVL: f << "  call wriivl(6, " << lab << ", iv(1))\n"; break;
+            case MAT: f << "  call wrimat(6, " << lab << ", v, " << k.nrow << ", " << k.nrow << ", " << k.ncol << ")\n"; break;
+            case IVC: f << "  call wriivc(6, " << lab << ", iv, n)\n"; break;
+            default: f << "  call " << kName[k.kind] << "(6, " << lab << ", v, n)\n";
         }
     }
-    EXPECT_EQ(bad, 0);
-    // Spot checks of layouts that must never drift.
-    char f[32];
-    tervak::format_1pe(f, 10, 3, 1e-300);
-    EXPECT_EQ(std::string(f, 10), " 1.000-300");
-    tervak::format_i(f, 4, -1000);
-    EXPECT_EQ(std::string(f, 4), "****");
+    // A host written in Fortran: elastic matrix and one stress step of model 1.
+    f << "  write(6,'(a)') '@host'\n  Props = 0d0\n";
+    const auto p = sand();
+    for (size_t i = 0; i < 16; ++i) f << "  Props(" << i + 1 << ") = " << flit(p[i]) << "\n";
+    f << "  S0 = [-50d0, -100d0, -50d0, 0d0, 0d0, 0d0]\n  StV = [1d-2, -200d0]\n  dE = [2d-4, -1d-3, 1d-4, 3d-4, 0d0, 0d0]\n"
+         "  call user_mod_host(6, S0, StV, dE, Props, D, bw, Sig, pw, ip, ns, a5)\n"
+         "  call user_mod_host(2, S0, StV, dE, Props, D, bw, Sig, pw, ip, ns, a5)\n"
+         "  write(6,'(6(z16.16,1x))') D, Sig, StV\n  write(6,*) ip\n"
+         "contains\n  subroutine user_mod_host(task, S0, StV, dE, Props, D, bw, Sig, pw, ip, ns, a5)\n"
+         "    integer :: task, ip, ns, a5(4), z\n    double precision :: S0(6), StV(2), dE(6), Props(50), D(36), bw, Sig(6), pw, pw0, t0, sv(2)\n"
+         "    z = 0\n    pw0 = 0d0\n    t0 = 0d0\n"
+         "    call user_mod(task, 1, z, 1, 1, 1, 1, z, z, z, t0, z, Props, S0, pw0, StV, dE, D, bw, Sig, pw, sv, ip, ns, &\n"
+         "                  a5(1), a5(2), a5(3), a5(4), z, z, z)\n    if (task == 2) StV = sv\n  end subroutine\n"
+         "end program records\n";
+    return f.str();
 }
 
-TEST(Records, SayAndStop) {
-    EXPECT_EQ(tervak_test::capture_stdout([] { tervak::say("Return Mapping Ok!"); }),
-              " Return Mapping Ok!\n");
-    const auto r = tervak_test::run_child([] {
-        tervak::say("invalid model number in UsrMod");
-        tervak::stop_run("invalid model number in UsrMod");
-    });
-    EXPECT_EQ(r.out, " invalid model number in UsrMod\n");
-    EXPECT_EQ(r.err, "STOP invalid model number in UsrMod\n");
-    EXPECT_NE(r.status, 0);
+TEST(Records, WritersMatchGfortranAndAFortranCaller) {
+    const std::vector<Case> cs = cases();
+    const std::string out = run_fortran("records_ref", program(cs));
+    // Split the program's output into its sections.
+    std::vector<std::string> ref(cs.size()), lib(cs.size());
+    std::string host, *cur = nullptr;
+    for (const std::string& l : lines(out)) {
+        if (l.rfind("@ref ", 0) == 0) cur = &ref[std::stoul(l.substr(5))];
+        else if (l.rfind("@lib ", 0) == 0) cur = &lib[std::stoul(l.substr(5))];
+        else if (l == "@host") cur = &host;
+        else if (cur) *cur += l + "\n";
+    }
+    for (size_t c = 0; c < cs.size(); ++c) {
+        SCOPED_TRACE(std::string(kName[cs[c].kind]) + " '" + cs[c].label + "' case " + std::to_string(c));
+        ASSERT_FALSE(ref[c].empty());
+        EXPECT_EQ(ours(cs[c]), ref[c]);
+        EXPECT_EQ(lib[c], ref[c]);
+    }
+    // The same host call from C++.
+    Point h(1, sand());
+    h.Sig0 = {-50, -100, -50, 0, 0, 0};
+    h.StVar0[0] = 1e-2;
+    h.StVar0[1] = -200;
+    h.dEps = {2e-4, -1e-3, 1e-4, 3e-4, 0, 0};
+    h.call(6);
+    h.call(2);
+    std::string mine;
+    auto hex = [&](double x, int& col) {
+        uint64_t b;
+        std::memcpy(&b, &x, 8);
+        char s[24];
+        std::snprintf(s, sizeof s, "%016" PRIX64, b);
+        mine += s;
+        mine += ++col % 6 == 0 ? "\n" : " ";
+    };
+    int col = 0;
+    for (double x : h.D) hex(x, col);
+    for (double x : h.Sig) hex(x, col);
+    hex(h.StVar[0], col);
+    hex(h.StVar[1], col);
+    // gfortran ends the short last record without the trailing blank.
+    mine.back() = '\n';
+    std::ostringstream ip;
+    ip << "           " << h.iPlast;
+    mine += " " + ip.str().substr(ip.str().size() - 11) + "\n";
+    EXPECT_EQ(host, mine);
 }
 
-TEST(Records, RecordLongerThanTheBufferIsWrittenWhole) {
-    const std::string label(10000, 'q');
-    const std::string out = tervak_test::capture_stdout(
-        [&] { ListRecord() << label << std::int32_t{5} << ListRecord::end; });
-    EXPECT_EQ(out, " " + label + "           5\n");
+// A negative or zero unit writes nothing, whatever the writer.
+TEST(Records, SilentUnits) {
+    for (I unit : {0, -1}) {
+        double v[3] = {1, 2, 3};
+        I n = 3, k = 1;
+        const std::string out = capture_stdout([&] {
+            sym<void(I*, const char*, double*, size_t)>("wrival_")(&unit, "x", v, 1);
+            sym<void(I*, const char*, I*, size_t)>("wriivl_")(&unit, "x", &k, 1);
+            sym<void(I*, const char*, double*, I*, size_t)>("wrivec_")(&unit, "x", v, &n, 1);
+            sym<void(I*, const char*, double*, I*, size_t)>("wrivec5_")(&unit, "x", v, &n, 1);
+            sym<void(I*, const char*, double*, I*, I*, I*, size_t)>("wrimat_")(&unit, "x", v, &k, &k, &k, 1);
+        });
+        EXPECT_EQ(out, "");
+    }
 }
 
 }  // namespace

@@ -1,560 +1,183 @@
-// The numerical toolkit: the contracts callers lean on (aliasing, empty
-// sizes, the deliberate quirks) and independent checks of the inversion,
-// the principal stresses and the elastic matrices.
+// The toolkit through its exports: algebraic identities on random input
+// (an inverse times its matrix, eigenpairs, prnsig then carsig), and the
+// elastic matrices read back as the moduli they were built from.
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cmath>
-#include <cstring>
-#include <limits>
 #include <random>
-#include <string>
-#include <utility>
-#include <vector>
 
-#include "support/test_support.hpp"
-#include "support/kernel_calls.hpp"
-#include "toolkit/elastic.hpp"
-#include "toolkit/principal.hpp"
-#include "toolkit/types.hpp"
-#include "toolkit/usrlib.hpp"
+#include "support/host.hpp"
 
 namespace {
 
-using namespace tervak;
+using namespace tervak_test;
 
-constexpr double kNaN = std::numeric_limits<double>::quiet_NaN();
-constexpr double kInf = std::numeric_limits<double>::infinity();
-
-bool same_bits(double a, double b) { return std::memcmp(&a, &b, sizeof a) == 0; }
-
-// ---------------------------------------------------------------- primitives
-
-TEST(Primitives, AddvecMayWriteOverEitherInput) {
-    const double a0[4] = {1.5, -2.0, 3.25, 1e300};
-    const double b0[4] = {0.5, 7.0, -1.0, 1e300};
-    double expect[4];
-    for (int i = 0; i < 4; ++i) expect[i] = 1.0 * a0[i] + -0.25 * b0[i];
-
-    double a[4], b[4];
-    std::memcpy(a, a0, sizeof a);
-    addvec(a, b0, 1.0, -0.25, 4, a);  // x = x + f y
-    for (int i = 0; i < 4; ++i) EXPECT_TRUE(same_bits(a[i], expect[i])) << i;
-
-    std::memcpy(b, b0, sizeof b);
-    addvec(a0, b, 1.0, -0.25, 4, b);
-    for (int i = 0; i < 4; ++i) EXPECT_TRUE(same_bits(b[i], expect[i])) << i;
-
-    // All three the same array: each element from the inputs before storing.
-    std::memcpy(a, a0, sizeof a);
-    addvec(a, a, -1.0, 1.0, 4, a);
-    for (int i = 0; i < 4; ++i) EXPECT_EQ(a[i], 0.0);
-}
-
-TEST(Primitives, EmptySizesWriteNothingOrTheStatedValue) {
-    double sentinel[4] = {7, 7, 7, 7};
-    mzeror(sentinel, 0);
-    setrval(sentinel, -3, 1.0);
-    mulvec(sentinel, 0.0, 0);
-    EXPECT_EQ(sentinel[0], 7.0);
-    EXPECT_EQ(dinprod(sentinel, sentinel, 0), 0.0);
-    EXPECT_EQ(dinprod(sentinel, sentinel, -5), 0.0);
-    EXPECT_TRUE(is0arr(sentinel, 0));
-    const int iv[2] = {1, 2};
-    EXPECT_TRUE(is0iarr(iv, 0));
-    EXPECT_FALSE(is0iarr(iv, 1));
-}
-
-TEST(Primitives, MatmatLeadingDimensionsAndEmptySum) {
-    // A is 2x3 stored with LA = 4, B is 3x2 with LB = 3, C written with LC = 5.
-    const double A[12] = {1, 2, 99, 99, 3, 4, 99, 99, 5, 6, 99, 99};
-    const double B[6] = {1, 0, 2, -1, 3, 1};
-    double C[10];
-    for (double& c : C) c = -7.0;
-    matmat(A, 4, B, 3, 2, 2, 3, C, 5);
-    // Rows of A: (1,3,5), (2,4,6); columns of B: (1,0,2), (-1,3,1).
-    EXPECT_EQ(C[0], 11.0);
-    EXPECT_EQ(C[1], 14.0);
-    EXPECT_EQ(C[5], 13.0);
-    EXPECT_EQ(C[6], 16.0);
-    EXPECT_EQ(C[2], -7.0);  // below nRow, inside LC: untouched
-    EXPECT_EQ(C[7], -7.0);
-
-    matmat(A, 4, B, 3, 2, 2, 0, C, 5);
-    EXPECT_EQ(C[0], 0.0);
-    EXPECT_EQ(C[1], 0.0);
-    EXPECT_EQ(C[5], 0.0);
-    EXPECT_EQ(C[6], 0.0);
-    EXPECT_EQ(C[2], -7.0);
-
-    for (double& c : C) c = -7.0;
-    matmat(A, 4, B, 3, 0, 2, 3, C, 5);
-    matmat(A, 4, B, 3, 2, 0, 3, C, 5);
-    for (double c : C) EXPECT_EQ(c, -7.0);
-
-    // matvec and the one-column product agree; matmatsq is A*B, not A^T*B.
-    const double M[9] = {1, 4, 7, 2, 5, 8, 3, 6, 10};
-    const double x[3] = {1, -1, 2};
-    double y1[3], y2[3], P[9];
-    matvec(M, 3, x, 3, y1);
-    matmat(M, 3, x, 3, 3, 1, 3, y2, 3);
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(y1[i], y2[i]);
-    EXPECT_EQ(y1[0], 1 - 2 + 6.0);
-    const double I3[9] = {1, 0, 0, 0, 1, 0, 0, 0, 1};
-    const double N[9] = {0, 1, 0, 0, 0, 1, 1, 0, 0};  // a permutation
-    matmatsq(3, M, I3, P);
-    for (int i = 0; i < 9; ++i) EXPECT_EQ(P[i], M[i]);
-    matmatsq(3, M, N, P);
-    // column j of M*N is M times column j of N
-    EXPECT_EQ(P[0], M[3]);
-    EXPECT_EQ(P[3], M[6]);
-    EXPECT_EQ(P[6], M[0]);
-}
-
-TEST(Primitives, CrossProductIsOrthogonalAndRightHanded) {
-    const double e1[3] = {1, 0, 0}, e2[3] = {0, 1, 0};
-    double c[3];
-    crossprod(e1, e2, c);
-    EXPECT_EQ(c[0], 0.0);
-    EXPECT_EQ(c[1], 0.0);
-    EXPECT_EQ(c[2], 1.0);
-    const double a[3] = {2, -3, 5}, b[3] = {-1, 4, 2};
-    crossprod(a, b, c);
-    EXPECT_EQ(dinprod(a, c, 3), 0.0);
-    EXPECT_EQ(dinprod(b, c, 3), 0.0);
-    EXPECT_EQ(c[0], -3.0 * 2 - 5.0 * 4);
-}
-
-TEST(Primitives, ArcsinClipsAndAlwaysReportsSuccess) {
-    const double pi2 = std::atan2(1.0, 0.0);
-    int ierr = 7;
-    EXPECT_EQ(arcsin(1.0 + 1e-12, ierr), pi2);
-    EXPECT_EQ(ierr, 0);
-    ierr = 7;
-    EXPECT_EQ(arcsin(-3.0, ierr), -pi2);
-    EXPECT_EQ(ierr, 0);
-    EXPECT_EQ(arcsin(1.0, ierr), pi2);
-    EXPECT_NEAR(arcsin(0.5, ierr), std::asin(0.5), 1e-15);
-    EXPECT_NEAR(arcsin(-0.3, ierr), std::asin(-0.3), 1e-15);
-}
-
-TEST(Primitives, LequalIsRelativeWithAnAbsoluteFloor) {
-    EXPECT_TRUE(lequal(1.0, 1.0 + 1e-13, 1e-12));
-    EXPECT_FALSE(lequal(0.0, 1e-12, 1e-12));
-    EXPECT_TRUE(lequal(0.0, 1e-25, 1e-12));
-    EXPECT_TRUE(lequal(1e6, 1e6 * (1 + 1e-13), 1e-12));
-    EXPECT_FALSE(lequal(1e6, 1e6 * (1 + 1e-11), 1e-12));
-    EXPECT_TRUE(lequal(kInf, kInf, 0.0));  // exact equality first
-    EXPECT_FALSE(lequal(kNaN, kNaN, 1.0));
-    EXPECT_TRUE(lequal(-0.0, 0.0, 0.0));
-}
-
-TEST(Primitives, Is0arrNaNIsNotZeroMinusZeroIs) {
-    const double z[3] = {0.0, -0.0, 0.0};
-    EXPECT_TRUE(is0arr(z, 3));
-    const double n[3] = {0.0, kNaN, 0.0};
-    EXPECT_FALSE(is0arr(n, 3));
-    EXPECT_TRUE(is0arr(n, 1));
-    const double t[2] = {0.0, 1e-320};
-    EXPECT_FALSE(is0arr(t, 2));
-}
-
-TEST(Primitives, SetveclenMeasuresAllScalesThree) {
-    double a[6] = {3, 4, 0, 0, 0, 12};  // length 13 over six components
-    setveclen(a, 6, 26.0);
-    EXPECT_EQ(a[0], 6.0);
-    EXPECT_EQ(a[1], 8.0);
-    EXPECT_EQ(a[2], 0.0);
-    EXPECT_EQ(a[5], 12.0);  // measured, not scaled
-    double z[3] = {0.0, -0.0, 0.0};
-    setveclen(z, 3, 5.0);
-    EXPECT_TRUE(same_bits(z[1], -0.0));
-    double v[3] = {1, 2, 2};
-    setveclen(v, 3, 1.0);
-    EXPECT_NEAR(std::sqrt(dinprod(v, v, 3)), 1.0, 1e-15);
-}
-
-// ----------------------------------------------------------------- inversion
-
-// Gauss-Jordan as stated, with the pivot rule as a parameter: the first of
-// equal magnitudes wins, or (firstWins = false) the last. The test checks
-// that the library agrees bit for bit with the first and that matrices with
-// ties exist on which the last would differ.
-std::vector<double> gauss_jordan(const std::vector<double>& A, int n, bool firstWins) {
-    std::vector<double> W = A, X(static_cast<std::size_t>(n * n), 0.0);
-    auto w = [&](int i, int j) -> double& { return W[static_cast<std::size_t>(i + j * n)]; };
-    auto x = [&](int i, int j) -> double& { return X[static_cast<std::size_t>(i + j * n)]; };
-    for (int i = 0; i < n; ++i) x(i, i) = 1.0;
-    for (int k = 0; k < n; ++k) {
-        int p = k;
-        for (int i = k + 1; i < n; ++i) {
-            const double c = std::fabs(w(i, k)), b = std::fabs(w(p, k));
-            if (firstWins ? c > b : c >= b) p = i;
-        }
-        if (p != k)
-            for (int j = 0; j < n; ++j) {
-                std::swap(w(k, j), w(p, j));
-                std::swap(x(k, j), x(p, j));
-            }
-        const double piv = w(k, k);
-        for (int j = 0; j < n; ++j) {
-            w(k, j) = w(k, j) / piv;
-            x(k, j) = x(k, j) / piv;
-        }
-        for (int i = 0; i < n; ++i) {
-            if (i == k) continue;
-            const double f = w(i, k);
-            for (int j = 0; j < n; ++j) {
-                w(i, j) = w(i, j) - f * w(k, j);
-                x(i, j) = x(i, j) - f * x(k, j);
-            }
-        }
-    }
-    return X;
-}
-
-TEST(Inversion, PermutationIsItsOwnInverse) {
-    const double A[4] = {0, 1, 1, 0};
-    double X[4];
-    matinvpiv(A, X, 2);
-    EXPECT_EQ(X[0], 0.0);
-    EXPECT_EQ(X[1], 1.0);
-    EXPECT_EQ(X[2], 1.0);
-    EXPECT_EQ(X[3], 0.0);
-}
-
-TEST(Inversion, FirstOfEqualPivotsWins) {
-    std::mt19937 rng(12345u);
-    const double pool[] = {-3, -2, -1, 1, 2, 3, 0.5, -0.5};
-    int discriminating = 0;
-    for (int trial = 0; trial < 400; ++trial) {
-        const int n = 3 + trial % 3;
-        std::vector<double> A(static_cast<std::size_t>(n * n));
-        for (double& a : A) a = pool[rng() % 8];
-        std::vector<double> X(A.size());
-        matinvpiv(A.data(), X.data(), n);
-        const auto first = gauss_jordan(A, n, true);
-        const auto last = gauss_jordan(A, n, false);
-        bool differs = false;
-        for (std::size_t i = 0; i < A.size(); ++i) {
-            ASSERT_TRUE(same_bits(X[i], first[i]) || (std::isnan(X[i]) && std::isnan(first[i])))
-                << "trial " << trial << " entry " << i;
-            if (!same_bits(first[i], last[i])) differs = true;
-        }
-        discriminating += differs;
-    }
-    EXPECT_GT(discriminating, 20);
-}
-
-TEST(Inversion, RandomMatricesTimesTheirInverseGiveIdentity) {
-    std::mt19937_64 rng(777u);
-    std::uniform_real_distribution<double> u(-1.0, 1.0);
-    for (int n = 1; n <= 12; ++n) {  // past nine also exercises the larger work array
-        for (int trial = 0; trial < 20; ++trial) {
-            std::vector<double> A(static_cast<std::size_t>(n * n)), X(A.size()), P(A.size());
-            for (double& a : A) a = u(rng);
-            for (int i = 0; i < n; ++i) A[static_cast<std::size_t>(i + i * n)] += n;  // well conditioned
-            const std::vector<double> A0 = A;
-            matinvpiv(A.data(), X.data(), n);
-            EXPECT_EQ(A, A0);  // input untouched
-            matmatsq(n, A.data(), X.data(), P.data());
-            for (int i = 0; i < n; ++i)
-                for (int j = 0; j < n; ++j)
-                    EXPECT_NEAR(P[static_cast<std::size_t>(i + j * n)], i == j ? 1.0 : 0.0, 1e-13);
-        }
-    }
-}
-
-TEST(Inversion, SingularGivesNonFiniteSilently) {
-    const double A[4] = {1, 2, 2, 4};
-    double X[4];
-    const std::string out = tervak_test::capture_stdout([&] { matinvpiv(A, X, 2); });
-    EXPECT_EQ(out, "");
-    bool nonfinite = false;
-    for (double x : X) nonfinite = nonfinite || !std::isfinite(x);
-    EXPECT_TRUE(nonfinite);
-    const double Z[9] = {};
-    double Y[9];
-    matinvpiv(Z, Y, 3);
-    EXPECT_FALSE(std::isfinite(Y[0]));
-}
-
-// ------------------------------------------------------- principal stresses
-
-struct Principal {
-    double n1[3], n2[3], n3[3];
-    double S1, S2, S3, P, Q;
+struct Rng {
+    std::mt19937_64 g{20261123};
+    double operator()(double a, double b) { return std::uniform_real_distribution<double>(a, b)(g); }
 };
 
-Principal principal(const double S[6]) {
-    Principal r{};
-    prnsig(1, S, r.n1, r.n2, r.n3, r.S1, r.S2, r.S3, r.P, r.Q);
-    return r;
+TEST(Toolkit, VectorsAndProducts) {
+    Rng r;
+    double a[6], b[6], c[6];
+    for (int i = 0; i < 6; ++i) a[i] = r(-5, 5), b[i] = r(-5, 5);
+    I n = 6;
+    double fa = 2, fb = -3, dot = 0;
+    sym<void(double*, double*, double*, double*, I*, double*)>("addvec_")(a, b, &fa, &fb, &n, c);
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(c[i], 2 * a[i] + -3 * b[i]);
+    sym<void(double*, double*, double*, double*, I*, double*)>("addvec_")(a, b, &fa, &fb, &n, a);  // in place
+    for (int i = 0; i < 6; ++i) EXPECT_EQ(a[i], c[i]);
+    sym<void(double*, double*, I*, double*)>("dinprod_")(a, b, &n, &dot);
+    double ref = 0;
+    for (int i = 0; i < 6; ++i) ref = ref + a[i] * b[i];
+    EXPECT_EQ(dot, ref);
+    double x[3] = {1, 2, 3}, y[3] = {-2, 0.5, 4}, z[3];
+    sym<void(double*, double*, double*)>("crossprod_")(x, y, z);
+    EXPECT_EQ(x[0] * z[0] + x[1] * z[1] + x[2] * z[2], 0.0);
+    EXPECT_EQ(y[0] * z[0] + y[1] * z[1] + y[2] * z[2], 0.0);
+    EXPECT_EQ(z[2], x[0] * y[1] - x[1] * y[0]);  // right-handed
+    // matmat with leading dimensions larger than the sizes.
+    double A[4 * 3], B[5 * 2], C[3 * 2];
+    for (double& v : A) v = r(-1, 1);
+    for (double& v : B) v = r(-1, 1);
+    I LA = 4, LB = 5, LC = 3, nr = 3, nc = 2, ns = 3;
+    sym<void(double*, I*, double*, I*, I*, I*, I*, double*, I*)>("matmat_")(A, &LA, B, &LB, &nr, &nc, &ns, C, &LC);
+    for (int i = 0; i < 3; ++i)
+        for (int j = 0; j < 2; ++j) {
+            double s = 0;
+            for (int k = 0; k < 3; ++k) s = s + A[i + 4 * k] * B[k + 5 * j];
+            EXPECT_EQ(C[i + 3 * j], s);
+        }
+    double e = 1, tol = 1e-12;
+    auto lequal = sym<I(double*, double*, double*)>("lequal_");
+    double e2 = 1 + 1e-13, e3 = 1 + 1e-9, zero = 0, tiny = 1e-25;
+    EXPECT_TRUE(lequal(&e, &e2, &tol));
+    EXPECT_FALSE(lequal(&e, &e3, &tol));
+    EXPECT_TRUE(lequal(&zero, &tiny, &tol));  // floor tol^2 / 2
+    tiny = 1e-23;
+    EXPECT_FALSE(lequal(&zero, &tiny, &tol));
+    double near1 = 1 + 5e-13, far1 = 1 + 2e-12;  // (|a| + |b| + tol) tol / 2 decides
+    EXPECT_TRUE(lequal(&e, &near1, &tol));
+    EXPECT_FALSE(lequal(&e, &far1, &tol));
+    double big = 1e6, big2 = 1e6 * (1 + 1e-13);
+    EXPECT_TRUE(lequal(&big, &big2, &tol));  // relative
 }
 
-void expect_axis(const double n[3], int axis) {
-    for (int i = 0; i < 3; ++i) EXPECT_EQ(n[i], i == axis ? 1.0 : 0.0) << "axis " << axis;
+TEST(Toolkit, InverseTimesMatrixIsIdentity) {
+    Rng r;
+    auto inv = sym<void(double*, double*, I*)>("matinvpiv_");
+    for (I n : {1, 3, 6, 12}) {
+        for (int t = 0; t < 20; ++t) {
+            std::vector<double> A(static_cast<size_t>(n * n)), Ai(A.size());
+            for (double& v : A) v = r(-1, 1);
+            for (I i = 0; i < n; ++i) A[static_cast<size_t>(i + i * n)] += (t % 2 ? 0.0 : 2.0);
+            inv(A.data(), Ai.data(), &n);
+            for (I i = 0; i < n; ++i)
+                for (I j = 0; j < n; ++j) {
+                    double s = 0;
+                    for (I k = 0; k < n; ++k) s += A[static_cast<size_t>(i + k * n)] * Ai[static_cast<size_t>(k + j * n)];
+                    EXPECT_NEAR(s, i == j ? 1.0 : 0.0, 1e-8) << n;
+                }
+        }
+    }
+    // Equal pivots: the first wins, so a permutation is its own inverse exactly.
+    double Pm[9] = {0, 1, 0, 1, 0, 0, 0, 0, 1}, Pi[9];
+    I three = 3;
+    inv(Pm, Pi, &three);
+    for (int i = 0; i < 9; ++i) EXPECT_EQ(Pi[i], Pm[i]);
 }
 
-TEST(Principal, DiagonalStressIsSortedWithoutRotation) {
-    const double S[6] = {3, -1, 2, 0, 0, 0};
-    const Principal r = principal(S);
-    EXPECT_EQ(r.S1, -1.0);
-    EXPECT_EQ(r.S2, 2.0);
-    EXPECT_EQ(r.S3, 3.0);
-    expect_axis(r.n1, 1);
-    expect_axis(r.n2, 2);
-    expect_axis(r.n3, 0);
-    EXPECT_EQ(r.P, 4.0 / 3.0);
-    EXPECT_EQ(r.Q, std::sqrt((9.0 + 16.0 + 1.0) / 2.0));
-}
+using Prnsig = void(I*, double*, double*, double*, double*, double*, double*, double*, double*, double*);
 
-TEST(Principal, EqualValuesKeepTheirInputOrder) {
-    const double hyd[6] = {-5, -5, -5, 0, 0, 0};
-    Principal r = principal(hyd);
-    expect_axis(r.n1, 0);
-    expect_axis(r.n2, 1);
-    expect_axis(r.n3, 2);
-    EXPECT_EQ(r.Q, 0.0);
-    EXPECT_EQ(r.P, -5.0);
-
-    const double two[6] = {2, 1, 1, 0, 0, 0};  // the two 1's: y before z
-    r = principal(two);
-    expect_axis(r.n1, 1);
-    expect_axis(r.n2, 2);
-    expect_axis(r.n3, 0);
-
-    const double mid[6] = {1, 2, 1, 0, 0, 0};  // x then z for the 1's
-    r = principal(mid);
-    EXPECT_EQ(r.S1, 1.0);
-    EXPECT_EQ(r.S3, 2.0);
-    expect_axis(r.n1, 0);
-    expect_axis(r.n2, 2);
-    expect_axis(r.n3, 1);
-}
-
-TEST(Principal, AllZeroStress) {
-    const double S[6] = {0, 0, 0, 0, 0, 0};
-    const Principal r = principal(S);
-    EXPECT_EQ(r.S1, 0.0);
-    EXPECT_EQ(r.S2, 0.0);
-    EXPECT_EQ(r.S3, 0.0);
-    EXPECT_EQ(r.P, 0.0);
-    EXPECT_EQ(r.Q, 0.0);
-    expect_axis(r.n1, 0);
-    expect_axis(r.n2, 1);
-    expect_axis(r.n3, 2);
-}
-
-double det3(const double A[3][3]) {
-    return A[0][0] * (A[1][1] * A[2][2] - A[1][2] * A[2][1]) -
-           A[0][1] * (A[1][0] * A[2][2] - A[1][2] * A[2][0]) +
-           A[0][2] * (A[1][0] * A[2][1] - A[1][1] * A[2][0]);
-}
-
-TEST(Principal, RandomTensorsEigenpairsAndRoundTrip) {
-    std::mt19937_64 rng(4242u);
-    std::uniform_real_distribution<double> u(-1.0, 1.0);
-    std::uniform_real_distribution<double> scale(-3.0, 6.0);
-    for (int trial = 0; trial < 2000; ++trial) {
+TEST(Toolkit, PrincipalValuesDirectionsAndRoundTrip) {
+    Rng r;
+    auto prnsig = sym<Prnsig>("prnsig_");
+    auto carsig = sym<void(double*, double*, double*, double*, double*, double*, double*)>("carsig_");
+    for (int t = 0; t < 500; ++t) {
         double S[6];
-        const double m = std::pow(10.0, scale(rng));
-        for (double& s : S) s = m * u(rng);
-        if (trial % 5 == 0) S[3 + trial % 3] = 0.0;  // some with a zero shear
-        double mx = 0.0;
-        for (double s : S) mx = std::max(mx, std::fabs(s));
-        const Principal r = principal(S);
-
-        ASSERT_LE(r.S1, r.S2);
-        ASSERT_LE(r.S2, r.S3);
-        EXPECT_NEAR(r.S1 + r.S2 + r.S3, S[0] + S[1] + S[2], 1e-13 * mx);
-        EXPECT_NEAR(r.P, (S[0] + S[1] + S[2]) / 3.0, 1e-13 * mx);
+        for (double& v : S) v = r(-300, 100);
+        if (t % 5 == 0) S[3] = S[4] = S[5] = 0;
+        I one = 1, two = 2;
+        double n1[3], n2[3], n3[3], s1, s2, s3, p, q;
+        prnsig(&one, S, n1, n2, n3, &s1, &s2, &s3, &p, &q);
+        ASSERT_LE(s1, s2);
+        ASSERT_LE(s2, s3);
+        const double m = 300;
+        EXPECT_NEAR(p, (S[0] + S[1] + S[2]) / 3, 1e-12 * m);
+        EXPECT_NEAR(q, std::sqrt(((s1 - s2) * (s1 - s2) + (s2 - s3) * (s2 - s3) + (s3 - s1) * (s3 - s1)) / 2), 1e-10 * m);
+        // A n = s n for each pair, unit and orthogonal directions.
         const double A[3][3] = {{S[0], S[3], S[5]}, {S[3], S[1], S[4]}, {S[5], S[4], S[2]}};
-        const double* dirs[3] = {r.n1, r.n2, r.n3};
-        const double vals[3] = {r.S1, r.S2, r.S3};
+        const double* N[3] = {n1, n2, n3};
+        const double sv[3] = {s1, s2, s3};
         for (int k = 0; k < 3; ++k) {
-            double B[3][3];
             for (int i = 0; i < 3; ++i)
-                for (int j = 0; j < 3; ++j) B[i][j] = A[i][j] - (i == j ? vals[k] : 0.0);
-            EXPECT_NEAR(det3(B) / (mx * mx * mx), 0.0, 1e-12);
-            for (int i = 0; i < 3; ++i) {  // A n = s n
-                const double An = A[i][0] * dirs[k][0] + A[i][1] * dirs[k][1] + A[i][2] * dirs[k][2];
-                EXPECT_NEAR(An, vals[k] * dirs[k][i], 1e-13 * mx);
-            }
+                EXPECT_NEAR(A[i][0] * N[k][0] + A[i][1] * N[k][1] + A[i][2] * N[k][2], sv[k] * N[k][i], 1e-10 * m);
             for (int l = 0; l < 3; ++l)
-                EXPECT_NEAR(dinprod(dirs[k], dirs[l], 3), k == l ? 1.0 : 0.0, 1e-14);
+                EXPECT_NEAR(N[k][0] * N[l][0] + N[k][1] * N[l][1] + N[k][2] * N[l][2], k == l ? 1 : 0, 1e-12);
         }
         double back[6];
-        carsig(r.S1, r.S2, r.S3, r.n1, r.n2, r.n3, back);
-        for (int i = 0; i < 6; ++i) EXPECT_NEAR(back[i], S[i], 1e-13 * mx) << "component " << i;
-
-        // Values only: the same numbers, directions untouched.
-        double keep[3] = {kNaN, 9.0, -9.0};
-        double S1, S2, S3, P, Q;
-        prnsig(0, S, keep, keep, keep, S1, S2, S3, P, Q);
-        EXPECT_TRUE(same_bits(S1, r.S1) && same_bits(S2, r.S2) && same_bits(S3, r.S3));
-        EXPECT_TRUE(same_bits(P, r.P) && same_bits(Q, r.Q));
-        EXPECT_TRUE(std::isnan(keep[0]));
-        EXPECT_EQ(keep[1], 9.0);
-        EXPECT_EQ(keep[2], -9.0);
-        const double Qref = std::sqrt(((r.S1 - r.S2) * (r.S1 - r.S2) + (r.S2 - r.S3) * (r.S2 - r.S3) +
-                                       (r.S3 - r.S1) * (r.S3 - r.S1)) / 2.0);
-        EXPECT_NEAR(Q, Qref, 1e-13 * mx);
+        carsig(&s1, &s2, &s3, n1, n2, n3, back);
+        for (int i = 0; i < 6; ++i) EXPECT_NEAR(back[i], S[i], 1e-11 * m);
+        // Values only: the same spectrum, directions untouched.
+        double u1[3] = {7, 7, 7}, v1, v2, v3, vp, vq;
+        prnsig(&two, S, u1, u1, u1, &v1, &v2, &v3, &vp, &vq);
+        EXPECT_EQ(u1[0], 7);
+        EXPECT_NEAR(v1, s1, 1e-12 * m);
+        EXPECT_NEAR(v3, s3, 1e-12 * m);
     }
+    // Diagonal input: sorted without rotation; equal values keep their order.
+    double S[6] = {-10, -30, -10, 0, 0, 0}, n1[3], n2[3], n3[3], s1, s2, s3, p, q;
+    I one = 1;
+    prnsig(&one, S, n1, n2, n3, &s1, &s2, &s3, &p, &q);
+    EXPECT_EQ(s1, -30);
+    EXPECT_EQ(n1[1], 1);
+    EXPECT_EQ(n2[0], 1);
+    EXPECT_EQ(n3[2], 1);
 }
 
-TEST(Principal, CarsigPlacesTheShearComponents) {
-    // A rotation of 90 degrees about z swaps x and y.
-    const double n1[3] = {0, 1, 0}, n2[3] = {-1, 0, 0}, n3[3] = {0, 0, 1};
-    double Sig[6];
-    carsig(-10.0, -4.0, 2.0, n1, n2, n3, Sig);
-    EXPECT_EQ(Sig[0], -4.0);
-    EXPECT_EQ(Sig[1], -10.0);
-    EXPECT_EQ(Sig[2], 2.0);
-    EXPECT_EQ(Sig[3], 0.0);
-    // Pure shear in the x-y plane: directions (1,1,0)/sqrt2 and (1,-1,0)/sqrt2.
-    const double h = std::sqrt(0.5);
-    const double a[3] = {h, -h, 0}, b[3] = {0, 0, 1}, c[3] = {h, h, 0};
-    carsig(-3.0, 0.0, 3.0, a, b, c, Sig);
-    EXPECT_NEAR(Sig[0], 0.0, 1e-15);
-    EXPECT_NEAR(Sig[3], 3.0, 1e-15);  // xy
-    EXPECT_EQ(Sig[4], 0.0);           // yz
-    EXPECT_EQ(Sig[5], 0.0);           // zx
-}
-
-TEST(Principal, TighterThresholdStillGivesTheSameSpectrum) {
-    const double S[6] = {-120, -250, -90, 15, -8, 4};
-    double a1, a2, a3, ap, aq, b1, b2, b3, bp, bq;
-    eig_3a(0, S, a1, a2, a3, ap, aq);
-    eig_3a(1, S, b1, b2, b3, bp, bq);
-    EXPECT_NEAR(a1, b1, 1e-12);
-    EXPECT_NEAR(a2, b2, 1e-12);
-    EXPECT_NEAR(a3, b3, 1e-12);
-}
-
-// -------------------------------------------------------- elastic matrices
-
-// Props laid out as models 1 and 3 read them.
-std::vector<double> props(double Eref, double m, double c, double phi, double nu, double pref) {
-    std::vector<double> p(12, 0.0);
-    p[2] = Eref;
-    p[3] = m;
-    p[4] = c;
-    p[5] = phi;
-    p[7] = nu;
-    p[8] = pref;
-    return p;
-}
-
-// Independent Lame form: diag = E (1 - nu) / ((1 + nu)(1 - 2 nu)).
-void expect_isotropic3(const double* D3, double E, double nu) {
-    const double lam = E * nu / ((1 + nu) * (1 - 2 * nu));
-    const double G = E / (2 * (1 + nu));
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j)
-            EXPECT_NEAR(D3[i + 3 * j], i == j ? lam + 2 * G : lam, 1e-12 * E) << i << "," << j;
-}
-
-TEST(Elastic, ZeroExponentGivesTheReferenceModulus) {
-    const auto p = props(3e4, 0.0, 10.0, 30.0, 0.25, 100.0);
-    for (double s3 : {-50.0, 0.0, 1.0, 500.0}) {
-        const double stress[3] = {900.0, 700.0, s3};
-        double D3[9];
-        Matriz3(p.data(), stress, D3, 1);
-        expect_isotropic3(D3, 3e4, 0.25);
-    }
-}
-
-TEST(Elastic, TensionWithoutCohesionKeepsAFloorOfOne) {
-    const double phi = 35.0, pref = 100.0, Eref = 5e4, m = 0.5, nu = 0.2;
-    const auto p = props(Eref, m, 0.0, phi, nu, pref);
-    const double stress[3] = {10.0, 0.0, -20.0};  // s3 tensile
-    double D3[9], D[36];
-    Matriz3(p.data(), stress, D3, 3);
-    const double E = Eref * std::pow(1.0 / (pref * std::sin(phi * kDegToRad)), m);
-    expect_isotropic3(D3, E, nu);
-    EXPECT_GT(D3[0], 0.0);
-
-    Matriz6(p.data(), stress, D, 1);
-    const double G = E / (2 * (1 + nu));
-    for (int i = 0; i < 6; ++i)
-        for (int j = 0; j < 6; ++j) {
-            const double v = D[i + 6 * j];
-            if (i < 3 && j < 3) {
-                EXPECT_EQ(v, D3[i + 3 * j]);
-            } else if (i == j) {
-                EXPECT_NEAR(v, G, 1e-12 * G);
-            } else {
-                EXPECT_EQ(v, 0.0) << i << "," << j;
-            }
+// Model-1 elastic matrix (Matriz3/Matriz6) and the K,G matrices read back
+// as their moduli.
+TEST(Toolkit, ElasticMatricesGiveBackTheirModuli) {
+    auto m6nl = sym<void(double*, double*, double*)>("matriz6_nl_");
+    auto m3nl = sym<void(double*, double*, double*)>("matriz3_nl_");
+    for (double K : {1e3, 5e4})
+        for (double G : {2e2, 3e4}) {
+            double D[36], D3[9];
+            m6nl(D, &K, &G);
+            m3nl(D3, &K, &G);
+            EXPECT_NEAR((D[0] + 2 * D[6]) / 3, K, 1e-12 * K);
+            EXPECT_NEAR((D[0] - D[6]) / 2, G, 1e-12 * K);
+            EXPECT_EQ(D[21], G);
+            for (int i = 0; i < 3; ++i)
+                for (int j = 0; j < 3; ++j) EXPECT_EQ(D3[i + 3 * j], D[i + 6 * j]);
+            for (int i = 3; i < 6; ++i)
+                for (int j = 0; j < 6; ++j) EXPECT_EQ(D[i + 6 * j], i == j ? G : 0.0);
         }
-}
-
-TEST(Elastic, CohesionFloorAndStressLevel) {
-    // c cos(phi) = 20 cos(30) ~ 17.3 is above 1: the floor for a tensile s3.
-    const auto p = props(1e4, 0.7, 20.0, 30.0, 0.3, 100.0);
-    const double phi = 30.0 * kDegToRad;
-    const double cc = 20.0 * std::cos(phi);
-    const double den = cc + 100.0 * std::sin(phi);
-    for (double s3 : {-40.0, 0.0, 250.0}) {
-        const double stress[3] = {300.0, 300.0, s3};
-        double D3[9];
-        Matriz3(p.data(), stress, D3, 1);
-        const double num = std::max(cc + s3 * std::sin(phi), std::max(cc, 1.0));
-        expect_isotropic3(D3, 1e4 * std::pow(num / den, 0.7), 0.3);
-    }
-}
-
-TEST(Elastic, ZeroPoissonRatio) {
-    const auto p = props(2e4, 0.0, 1.0, 30.0, 0.0, 100.0);
-    const double stress[3] = {1, 1, 1};
-    double D3[9];
-    Matriz3(p.data(), stress, D3, 1);
-    for (int i = 0; i < 3; ++i)
-        for (int j = 0; j < 3; ++j) EXPECT_EQ(D3[i + 3 * j], i == j ? 2e4 : 0.0);
-}
-
-TEST(Elastic, BulkAndShearMatrices) {
-    const double G = 6e3, K = 0.6666666666666666 * G;
-    double D[36], D3[9];
-    Matriz6_NL(D, K, G);
-    Matriz3_NL(D3, K, G);
-    for (int i = 0; i < 6; ++i)
-        for (int j = 0; j < 6; ++j) {
-            const double v = D[i + 6 * j];
-            if (i < 3 && j < 3 && i == j) {
-                EXPECT_EQ(v, K + 1.3333333333333333 * G);
-            } else if (i >= 3 && i == j) {
-                EXPECT_EQ(v, G);
-            } else {
-                EXPECT_EQ(v, 0.0) << i << "," << j;
-            }
-            if (i < 3 && j < 3) {
-                EXPECT_EQ(v, D3[i + 3 * j]);
-            }
+    std::vector<double> P = sand();
+    for (double s3 : {-20.0, 0.0, 30.0, 250.0}) {
+        double st[3] = {3 * s3, 2 * s3, s3}, D3[9], D[36];
+        for (I model : {1, 3}) {
+            sym<void(double*, double*, double*, I*)>("matriz3_")(P.data(), st, D3, &model);
+            sym<void(double*, double*, double*, I*)>("matriz6_")(P.data(), st, D, &model);
+            const double nu = D3[3] / (D3[0] + D3[3]), E = (D3[0] - D3[3]) * (D3[0] + 2 * D3[3]) / (D3[0] + D3[3]);
+            const double s = std::sin(38 * kDeg), cc = std::cos(38 * kDeg);
+            EXPECT_NEAR(nu, 0.2, 1e-12);
+            EXPECT_NEAR(E, 1.2e5 * std::pow(std::max(cc + s3 * s, std::max(cc, 1.0)) / (cc + 100 * s), 0.5), 1e-9 * E);
+            EXPECT_EQ(D[0], D3[0]);
+            EXPECT_EQ(D[6 * 2 + 1], D3[3 * 2 + 1]);
         }
-    // A general pair: off-diagonal K - 2/3 G, and the 3x3 block of the
-    // 6x6 matrix agrees with Matriz3_NL.
-    Matriz6_NL(D, 1e4, 3e3);
-    EXPECT_NEAR(D[1], 1e4 - 2e3, 1e-9);
-    EXPECT_NEAR(D[0], 1e4 + 4e3, 1e-9);
-    EXPECT_EQ(D[21], 3e3);
-}
-
-TEST(Elastic, ModulAndNorm) {
-    const double v[6] = {3, 4, 0, 0, 0, 12};
-    EXPECT_EQ(modul(v), 13.0);
-    double u[6];
-    norm(v, u);
-    EXPECT_NEAR(u[5], 12.0 / 13.0, 1e-16);
-    EXPECT_NEAR(modul(u), 1.0, 1e-15);
-    const double tiny[6] = {1e-11, 0, 0, 0, 0, 0};
-    for (double& x : u) x = 5.0;
-    norm(tiny, u);
-    for (double x : u) EXPECT_EQ(x, 0.0);
-    const double edge[6] = {0, 0, 0, 0, 0, 1.1e-10};
-    norm(edge, u);
-    EXPECT_NEAR(u[5], 1.0, 1e-15);
+        I two = 2;  // the stress-dependent matrices belong to models 1 and 3
+        sym<void(double*, double*, double*, I*)>("matriz6_")(P.data(), st, D, &two);
+        for (double v : D) EXPECT_EQ(v, 0.0);
+    }
+    double v[6] = {3, 0, 4, 0, 0, 0}, u[6], len = 0;
+    sym<void(double*, double*)>("modul_")(v, &len);
+    EXPECT_EQ(len, 5);
+    sym<void(double*, double*)>("norm_")(v, u);
+    EXPECT_EQ(u[0], 0.6);
+    double tiny[6] = {1e-11, 0, 0, 0, 0, 0};
+    sym<void(double*, double*)>("norm_")(tiny, u);
+    EXPECT_EQ(u[0], 0.0);  // below 1e-10 the unit vector is zero
 }
 
 }  // namespace
