@@ -3,6 +3,7 @@
 #include <cstring>
 #include <memory>
 
+#include "lab_error.hpp"
 #include "lab_file.hpp"
 #include "lab_run.hpp"
 
@@ -12,15 +13,6 @@ struct tervak_lab_point {
     std::unique_ptr<ModelLibrary> lib;
     std::unique_ptr<PointDriver> drv;
 };
-
-namespace {
-void put(char* err, size_t n, const std::string& msg) {
-    if (!err || n == 0) return;
-    std::size_t k = std::min(n - 1, msg.size());
-    std::memcpy(err, msg.data(), k);
-    err[k] = '\0';
-}
-}  // namespace
 
 extern "C" {
 
@@ -35,7 +27,7 @@ tervak_lab_point* tervak_lab_open(const char* library, int model, const double* 
         pt->drv = std::make_unique<PointDriver>(*pt->lib, model, p);
         return pt.release();
     } catch (const std::exception& e) {
-        put(err, errlen, e.what());
+        copy_message(err, errlen, e.what());
         return nullptr;
     }
 }
@@ -51,7 +43,7 @@ int tervak_lab_initialize(tervak_lab_point* pt, const double sig0[6], double pw0
         pt->drv->initialize(s, pw0);
         return 0;
     } catch (const std::exception& e) {
-        put(err, errlen, e.what());
+        copy_message(err, errlen, e.what());
         return 1;
     }
 }
@@ -86,7 +78,7 @@ int tervak_lab_stage(tervak_lab_point* pt, const int control[6], const int relat
         pt->drv->run_stage(s, 1, nullptr);
         return 0;
     } catch (const std::exception& e) {
-        put(err, errlen, e.what());
+        copy_message(err, errlen, e.what());
         return 1;
     }
 }
@@ -122,10 +114,10 @@ int tervak_lab_run_file(const char* test_file, const char* library, const char* 
                 if (first.empty()) first = r.id + ": " + r.error;
             }
         }
-        put(err, errlen, first);
+        copy_message(err, errlen, first);
         return status;
     } catch (const std::exception& e) {
-        put(err, errlen, e.what());
+        copy_message(err, errlen, e.what());
         return 2;
     }
 }

@@ -10,15 +10,6 @@
 
 using namespace tervak::lab;
 
-namespace {
-void put_msg(char* err, size_t n, const std::string& msg) {
-    if (!err || n == 0) return;
-    std::size_t k = std::min(n - 1, msg.size());
-    std::memcpy(err, msg.data(), k);
-    err[k] = '\0';
-}
-}  // namespace
-
 extern "C" {
 
 int tervak_lab_check_file(const char* test_file, const char* library, char* err, size_t errlen) {
@@ -26,10 +17,10 @@ int tervak_lab_check_file(const char* test_file, const char* library, char* err,
         if (!test_file || !library) throw LabError("no test file or library");
         ModelLibrary lib(library);
         (void)load_test_file(test_file, lib);
-        put_msg(err, errlen, "");
+        copy_message(err, errlen, "");
         return 0;
     } catch (const std::exception& e) {
-        put_msg(err, errlen, e.what());
+        copy_message(err, errlen, e.what());
         return 2;
     }
 }
@@ -53,10 +44,10 @@ int tervak_lab_calibrate(const char* library, int model, double* props, int npro
                        &tangent, &host, &host, &host);
         std::fflush(stdout);
         std::copy(p.begin(), p.begin() + nprops, props);
-        put_msg(err, errlen, "");
+        copy_message(err, errlen, "");
         return 0;
     } catch (const std::exception& e) {
-        put_msg(err, errlen, e.what());
+        copy_message(err, errlen, e.what());
         return 2;
     }
 }

@@ -38,12 +38,6 @@ const char* kPythonUsage =
     "Both run the Python package tervak with /usr/bin/python3; --help after the\n"
     "command lists their options.\n";
 
-std::string exe_dir() {
-    std::error_code ec;
-    fs::path p = fs::read_symlink("/proc/self/exe", ec);
-    return ec ? std::string(".") : p.parent_path().string();
-}
-
 std::string first_existing(const std::vector<std::string>& paths) {
     std::error_code ec;
     for (const auto& p : paths)
@@ -316,6 +310,12 @@ bool is_tool_command(const char* word) {
 int run_tool_command(int argc, char** argv) {
     if (!std::strcmp(argv[0], "calibrate")) return calibrate(argc, argv);
     return python_command(argc, argv);
+}
+
+std::string exe_dir() {
+    std::error_code ec;
+    fs::path p = fs::read_symlink("/proc/self/exe", ec);
+    return ec ? std::string(".") : p.parent_path().string();
 }
 
 }  // namespace tervak::lab

@@ -52,12 +52,6 @@ const char* kUsage =
     "  -h, --help           this text\n"
     "exit status: 0 all tests ran, 1 a test failed, 2 a file or an option was rejected\n";
 
-std::string exe_dir() {
-    std::error_code ec;
-    fs::path p = fs::read_symlink("/proc/self/exe", ec);
-    return ec ? std::string(".") : p.parent_path().string();
-}
-
 std::string default_library() {
     fs::path beside = fs::path(exe_dir()) / "libtervak.so";
     std::error_code ec;

@@ -82,7 +82,7 @@ void check_model_number(const ModelLibrary& lib, int model) {
 
 PointDriver::PointDriver(const ModelLibrary& lib, int model, std::vector<double> props,
                          HostOptions host, SolverOptions solver)
-    : lib_(lib), fn_(lib.user_mod()), model_(model), props_(std::move(props)), host_(host),
+    : fn_(lib.user_mod()), model_(model), props_(std::move(props)), host_(host),
       solver_(solver) {
     check_model_number(lib, model);
     if (props_.size() < kMinProps) props_.resize(kMinProps, 0.0);

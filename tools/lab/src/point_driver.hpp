@@ -144,7 +144,6 @@ private:
               double* D, double& bulkw, Vec6& sig, double& pw, std::vector<double>& sv,
               int32_t& iplast);
 
-    const ModelLibrary& lib_;
     tervak_user_mod_fn fn_;
     int model_;
     std::vector<double> props_;
