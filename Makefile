@@ -52,7 +52,7 @@ test: deps-test
 	@ASAN_OPTIONS=detect_leaks=1 LSAN_OPTIONS=suppressions=$(CURDIR)/tests/lsan.supp UBSAN_OPTIONS=print_stacktrace=1 ctest --test-dir $(BUILD_SAN) --output-on-failure -j $(JOBS) --timeout 900
 
 bench: build
-	@$(BUILD)/bench/tervak_bench
+	@$(BUILD)/bench/tervak_bench_table
 
 clean:
 	rm -rf $(BUILD) $(BUILD_SAN)

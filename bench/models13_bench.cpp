@@ -5,6 +5,7 @@
 #include <array>
 
 #include "models/models.hpp"
+#include "trial_strain.hpp"
 
 namespace {
 
@@ -32,12 +33,6 @@ struct Point {
     }
 };
 
-double det3(const double M[3][3]) {
-    return M[0][0] * (M[1][1] * M[2][2] - M[1][2] * M[2][1]) -
-           M[0][1] * (M[1][0] * M[2][2] - M[1][2] * M[2][0]) +
-           M[0][2] * (M[1][0] * M[2][1] - M[1][1] * M[2][0]);
-}
-
 // A dense sand at start stresses sig0 (compression positive, xx yy zz)
 // with the hardening pair (gamma, pp), and the strain increment whose
 // elastic trial stresses are `trial`.
@@ -50,18 +45,8 @@ Point setup(double c, double T, double alpha, std::array<double, 3> sig0, double
     p.Sig0 = {-sig0[0], -sig0[1], -sig0[2], 0, 0, 0};
     p.StVar0 = {gamma, -pp};
     p.call(3);
-    double A[3][3], b[3];
-    for (int i = 0; i < 3; ++i) {
-        for (int j = 0; j < 3; ++j) A[i][j] = p.D[static_cast<size_t>(i + 6 * j)];
-        b[i] = -trial[static_cast<size_t>(i)] - p.Sig0[static_cast<size_t>(i)];
-    }
-    const double det = det3(A);
-    for (int col = 0; col < 3; ++col) {
-        double M[3][3];
-        for (int i = 0; i < 3; ++i)
-            for (int j = 0; j < 3; ++j) M[i][j] = j == col ? b[i] : A[i][j];
-        p.dEps[static_cast<size_t>(col)] = det3(M) / det;
-    }
+    const auto e = tervak_bench::strain_to_trial(p.D.data(), p.Sig0.data(), trial);
+    for (int i = 0; i < 3; ++i) p.dEps[static_cast<size_t>(i)] = e[static_cast<size_t>(i)];
     return p;
 }
 

@@ -4,7 +4,9 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstring>
 #include <random>
+#include <utility>
 
 #include "support/host.hpp"
 
@@ -80,6 +82,33 @@ TEST(Toolkit, InverseTimesMatrixIsIdentity) {
                 }
         }
     }
+    // Sizes 3 and 6 take a fixed-size path: the bits of the general
+    // elimination (first strictly larger pivot, row k divided, then every
+    // other row less its column-k entry times row k), written out here.
+    for (I n : {3, 6})
+        for (int t = 0; t < 50; ++t) {
+            const size_t N = static_cast<size_t>(n);
+            std::vector<double> W(N * N), X(N * N, 0.0), Ai(N * N);
+            for (double& v : W) v = r(-1e3, 1e3);
+            std::vector<double> A = W;
+            for (size_t i = 0; i < N; ++i) X[i + i * N] = 1.0;
+            for (size_t k = 0; k < N; ++k) {
+                size_t p = k;
+                for (size_t i = k + 1; i < N; ++i)
+                    if (std::fabs(W[i + k * N]) > std::fabs(W[p + k * N])) p = i;
+                for (size_t j = 0; j < N; ++j) std::swap(W[k + j * N], W[p + j * N]), std::swap(X[k + j * N], X[p + j * N]);
+                const double piv = W[k + k * N];
+                for (size_t j = 0; j < N; ++j) W[k + j * N] = W[k + j * N] / piv, X[k + j * N] = X[k + j * N] / piv;
+                for (size_t i = 0; i < N; ++i) {
+                    if (i == k) continue;
+                    const double f = W[i + k * N];
+                    for (size_t j = 0; j < N; ++j)
+                        W[i + j * N] = W[i + j * N] - f * W[k + j * N], X[i + j * N] = X[i + j * N] - f * X[k + j * N];
+                }
+            }
+            inv(A.data(), Ai.data(), &n);
+            for (size_t i = 0; i < N * N; ++i) ASSERT_EQ(std::memcmp(&Ai[i], &X[i], sizeof(double)), 0) << n << " " << i;
+        }
     // Equal pivots: the first wins, so a permutation is its own inverse exactly.
     double Pm[9] = {0, 1, 0, 1, 0, 0, 0, 0, 1}, Pi[9];
     I three = 3;

@@ -1,6 +1,6 @@
 // Shear-hardening return mapping: HS_plast (shear surfaces alone),
-// HS_TRAC_plast (with the tension cut-off), HS_CAP_plast (with the cap) and
-// the silent HS_CAP_plast_it of the calibration.
+// HS_TRAC_plast (with the tension cut-off) and HS_CAP_plast (with the cap).
+// The calibration's HS_CAP_plast_it has its own file.
 //
 // Every kernel returns the trial triple Prs_E to its active surfaces with
 // the common first step and closest-point passes (return_scheme.hpp). Only
@@ -229,51 +229,6 @@ KernelOutcome HS_CAP_plast(const KernelCall& k, const HsMaterial& mt, const Kern
     out.HardPar[0] = std::max(gamma0, gamma);
     out.HardPar[1] = std::min(-pc, pp0);
     if (dbg) rm::verdict_line(k, r.ok);
-    return r;
-}
-
-// ---------------------------------------------------------------------------
-// The calibration's kernel. It returns like HS_CAP_plast (the calibration
-// uses area 2, the triaxial edge P2 = P3), with its own elastic matrix and
-// without any output. The calibration carries the cap pressure as a
-// positive magnitude; a value stored negative, as the models keep it, is
-// accepted too and written back with its sign. iRes = 0 when both shear
-// multipliers exceed -1e-06 (in area 1: xLam13_hs and xLam_cap), 1 when a
-// negative multiplier was found; the state reached is returned either way.
-KernelOutcome HS_CAP_plast_it(const KernelCall& k, const HsMaterial& mt, const KernelOut& out) {
-    if (k.iArea < 1 || k.iArea > 3) stop_run("");
-    // The elastic matrix at the start of the increment, unless its minor
-    // stress is too close to zero; then at the trial stresses.
-    const Vec3& x = std::fabs(k.Prs_0(3)) > 0.01 ? k.Prs_0 : k.Prs_E;
-    Mat3 D3;
-    Matriz3(mt, x.data(), D3.data());
-
-    const double gamma0 = k.HardPar_E[0];
-    const double stored = k.HardPar_E[1];
-    const double pc0 = std::fabs(stored);
-    const HsParams hp = hs_params(mt, 1.0, k.Prs_0(3));
-    const ShearCall c{hp, gamma0, false, cap_part(mt, pc0), k.Prs_E, D3};
-
-    double gamma = gamma0;
-    double pc = pc0;
-    KernelOutcome r;
-    shear_return<Partner::Cap>(c, k.iArea, rm::kWhile, false, [&](const auto& set, const auto& s, bool) {
-        out.Prs = s.Prs;
-        gamma = set.gamma;
-        pc = set.cap.pc;
-        r = rm::outcome(s, rm::kWhile.ok(s));
-    });
-    out.HardPar[0] = std::max(gamma0, gamma);
-    const double grown = std::max(pc, pc0);
-    out.HardPar[1] = std::signbit(stored) ? -grown : grown;
-    const double lam1 = r.xLam[0];
-    const double lam2 = r.xLam[1];
-    if (lam1 > -1e-06 && lam2 > -1e-06) {
-        out.iPlast = 0;
-        return r;
-    }
-    if (std::isnan(lam2)) stop_run("xLam12_hs is a NaN");
-    out.iPlast = 1;
     return r;
 }
 
