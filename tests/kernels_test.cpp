@@ -139,30 +139,6 @@ TEST(PlaneKernels, ReturnToTheConstructedPoint) {
 
 // ---- curved surfaces ---------------------------------------------------------
 
-struct Surf {
-    std::vector<double> p;
-    double P(const char* n) const { return p[static_cast<size_t>(param_index(1, n) - 1)]; }
-    double s() const { return std::sin(P("phi") * kDeg); }
-    double mc(const Triple& S) const {
-        return (S[0] - S[2]) / 2 - (S[0] + S[2]) / 2 * s() - P("c") * std::cos(P("phi") * kDeg);
-    }
-    double cap(const Triple& S, double pc) const {
-        const double d = (3 + s()) / (3 - s());
-        double qt = S[0] + (d - 1) * S[1] - d * S[2];
-        if (qt < 0.001) qt = 0;
-        const double pm = (S[0] + S[1] + S[2]) / 3;
-        return qt * qt / (P("alpha") * P("alpha")) + pm * pm - pc * pc;
-    }
-    double hs(const Triple& S, double s3_0, double gamma) const {
-        const double co = std::cos(P("phi") * kDeg), c = P("c"), ccot = c * co / s();
-        const double qf = 2 * s() / (1 - s()) * std::max(s3_0 + ccot, std::max(1.0, ccot + P("sigma_t")));
-        const double qa = qf / P("R_f");
-        const double f = std::pow(std::max(s3_0 * s() + c * co, std::max(1.0, c * co)) / (P("p_ref") * s() + c * co), P("m"));
-        const double q = std::min(S[0] - S[2], qf);
-        return q / std::abs(qa - q) * 2 * qa / (P("Ei_ref") * f) - 2 * q / (P("Eur_ref") * f) - gamma;
-    }
-};
-
 enum { SHEAR = 1, MCF = 2, TRACF = 4, CAPF = 8 };
 struct CurvedCase {
     const char* kernel;
@@ -194,7 +170,7 @@ TEST(CurvedKernels, LandOnTheActiveSurfacesAndOnlyHarden) {
         sym<void(double*, double*, double*, I*)>("matriz3_")(P.data(), const_cast<double*>(Prs0.data()), D3, &one);
         const double hardE[2] = {k.gamma, -k.pc};
         const Out o = run(k.kernel, 1, k.area, P, k.trial, hardE, Prs0, D3, true);
-        const Surf f{P};
+        const Surfaces f{P, 1};
         const double sc = std::max(1.0, o.Prs[0]);
         EXPECT_EQ(o.iPlast, k.iPlast);
         const bool silent = std::string(k.kernel) == "hs_cap_plast_it";
@@ -247,7 +223,7 @@ TEST(CurvedKernels, CapHardeningFactorActsOnModelsTwoAndFour) {
     const Out d = run("cap_plast", 1, 1, p1, {160, 155, 150}, hardE, {100, 100, 100}, D3, false, 1.0);
     EXPECT_NE(a.hard[1], b.hard[1]);
     EXPECT_EQ(c.hard[1], d.hard[1]);
-    const Surf f{p1};
+    const Surfaces f{p1, 1};
     EXPECT_NEAR(f.cap(b.Prs, -b.hard[1]), 0, 1e-8 * 160 * 160);
 }
 

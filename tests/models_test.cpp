@@ -95,34 +95,6 @@ std::vector<std::string> chain(const std::string& out, bool spanish) {
     return v;
 }
 
-// The yield surfaces, from their definitions.
-struct Surfaces {
-    std::vector<double> p;
-    int model;
-    double P(const char* n) const { return p[static_cast<size_t>(param_index(model, n) - 1)]; }
-    double s() const { return std::sin(P("phi") * kDeg); }
-    double mc(const Triple& S) const {
-        return (S[0] - S[2]) / 2 - (S[0] + S[2]) / 2 * s() - P("c") * std::cos(P("phi") * kDeg);
-    }
-    double trac(const Triple& S) const { return -P("sigma_t") - S[2]; }
-    double cap(const Triple& S, double pc) const {
-        const double d = (3 + s()) / (3 - s());
-        double qt = S[0] + (d - 1) * S[1] - d * S[2];
-        if (qt < 0.001) qt = 0;
-        const double pm = (S[0] + S[1] + S[2]) / 3;
-        return qt * qt / (P("alpha") * P("alpha")) + pm * pm - pc * pc;
-    }
-    double hs(const Triple& S, double s3_0, double gamma) const {
-        const double co = std::cos(P("phi") * kDeg), c = P("c"), ccot = c * co / s();
-        const double qf = 2 * s() / (1 - s()) * std::max(s3_0 + ccot, std::max(1.0, ccot + P("sigma_t")));
-        const double qa = qf / P("R_f");
-        const double f = std::pow(std::max(s3_0 * s() + c * co, std::max(1.0, c * co)) / (P("p_ref") * s() + c * co),
-                                  P("m"));
-        const double q = std::min(S[0] - S[2], qf);
-        return q / std::abs(qa - q) * 2 * qa / (P("Ei_ref") * f) - 2 * q / (P("Eur_ref") * f) - gamma;
-    }
-};
-
 Triple principal(const std::array<double, 6>& S) {
     Triple P = {-S[0], -S[1], -S[2]};
     std::sort(P.begin(), P.end(), std::greater<double>());
