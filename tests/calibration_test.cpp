@@ -11,6 +11,7 @@
 
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <future>
 #include <string>
 #include <vector>
@@ -138,6 +139,37 @@ TEST(Calibration, ComesBackToWhatTheLaboratoryConfirms) {
         for (size_t i = 2; i < det; ++i)
             EXPECT_TRUE(L[i].rfind(" increase Ei_ref_inter to", 0) == 0 || L[i].rfind(" reduce Ei_ref_inter to", 0) == 0) << L[i];
     }
+}
+
+// The printed search replayed from its rules: each run moves Ei by the step
+// in the direction it prints, the step shrinks by 0.99 at a change of
+// direction, and the 101st run starts over with the single-precision 0.001.
+// A start far too soft takes more than 100 runs.
+TEST(Calibration, SearchFollowsItsStepRules) {
+    if (!kLab) GTEST_SKIP() << "the long search runs in the plain build";
+    std::vector<double> p = read_soil_file(soil_path("dense_sand")).props;
+    p.resize(50, 0.0);
+    // A low friction angle keeps each run short (a small failure deviator).
+    p[static_cast<size_t>(param_index(1, "phi") - 1)] = 12.0;
+    p[static_cast<size_t>(param_index(1, "psi") - 1)] = 0.0;
+    p[static_cast<size_t>(param_index(1, "K0_nc") - 1)] = 1.0 - std::sin(12.0 * kDeg);
+    p[static_cast<size_t>(param_index(1, "Ei_ref") - 1)] *= 0.3;
+    const ChildResult r = run_child([&] { Point(1, p).call(7); });
+    ASSERT_EQ(r.status, 0);
+    double ei = at(p, "Ei_ref"), step = 0.01, dir = 1;
+    int runs = 0, counter = 0;
+    for (const std::string& l : lines(r.out)) {
+        const bool up = l.rfind(" increase Ei_ref_inter to", 0) == 0, down = l.rfind(" reduce Ei_ref_inter to", 0) == 0;
+        if (!up && !down) continue;
+        ++runs;
+        if (++counter == 101) counter = 0, step = 0.0010000000474974513;
+        if ((up && dir < 0) || (down && dir > 0)) step *= 0.99;
+        const double expect = (up ? 1 + step : 1 - step) * ei;
+        ei = std::strtod(l.substr(l.find(" to") + 3).c_str(), nullptr);
+        ASSERT_NEAR(ei, expect, 1e-13 * expect) << "run " << runs << ": " << l;
+        dir = up ? 1 : -1;
+    }
+    EXPECT_GT(runs, 101) << r.out.substr(0, 2000);
 }
 
 TEST(Calibration, Model3HasNoCalibrationTask) {
