@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "lab_file.hpp"
+#include "support/lab_libraries.hpp"
 #include "lab_run.hpp"
 #include "model_library.hpp"
 #include "point_driver.hpp"
@@ -27,17 +28,6 @@ const std::vector<double> kModel1 = {40000.0, 40000.0, 120000.0, 0.5, 2.0,   35.
 const std::vector<double> kModel2 = {30000.0, 90000.0, 60000.0, 0.0002, 100.0, 100.0, 0.5, 0.5, 0.0,
                                      0.0,     90000.0, 0.5,     100.0,  1.0,   35.0,  5.0, 0.426,
                                      0.9,     0.0,     54545.0, 1.2,    0.002, 0.2,   1.0, 1.0};
-
-ModelLibrary* tervak_lib() {
-    static std::unique_ptr<ModelLibrary> lib = [] {
-        try {
-            return std::make_unique<ModelLibrary>(TERVAK_LIB_PATH);
-        } catch (const LabError&) {
-            return std::unique_ptr<ModelLibrary>();
-        }
-    }();
-    return lib.get();
-}
 
 // Empty when the model answers the stiffness and stress tasks.
 std::string unanswered(int model, const std::vector<double>& props) {

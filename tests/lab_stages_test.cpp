@@ -9,6 +9,7 @@
 #include <string>
 
 #include "lab_file.hpp"
+#include "support/lab_libraries.hpp"
 #include "lab_run.hpp"
 
 using namespace tervak::lab;
@@ -18,17 +19,6 @@ namespace {
 const ModelLibrary& fake() {
     static ModelLibrary lib(LAB_FAKE_LIB);
     return lib;
-}
-
-const ModelLibrary* tervak_lib() {
-    static std::unique_ptr<ModelLibrary> lib = [] {
-        try {
-            return std::make_unique<ModelLibrary>(TERVAK_LIB_PATH);
-        } catch (const LabError&) {
-            return std::unique_ptr<ModelLibrary>();
-        }
-    }();
-    return lib.get();
 }
 
 TestResult run(const std::string& text, const ModelLibrary& lib, size_t which = 0) {
