@@ -222,6 +222,8 @@ struct Progress {
                      sec > 0 ? incs / sec : 0.0);
         std::fflush(stderr);
     }
+    // A stage that will not run (the amplitude's loop has closed) counts as done.
+    void skip(long steps) { done += steps; }
 };
 
 // Drives every stage, resolving the targets that depend on the state.
@@ -242,7 +244,10 @@ void drive(const ModelLibrary& lib, const TestFile& file, const LabTest& test, s
     bool shearing = false, loop_closed = false;  // loop_closed: the present amplitude's loop has closed
     for (size_t k = 0; k < test.stages.size(); ++k) {
         if (test.info[k].role == "cycle" && test.info[k].cycle == 0) loop_closed = false;
-        if (loop_closed && test.info[k].cycle > 0) continue;
+        if (loop_closed && test.info[k].cycle > 0) {
+            prog.skip(test.stages[k].steps);
+            continue;
+        }
         start = soil_strain(drv.state());
         if (!shearing && test.info[k].role != "consolidation") shear_start = start;
         shearing = shearing || test.info[k].role != "consolidation";
