@@ -1,60 +1,30 @@
 // A stress point of the small-strain models (2 and 4) driven as a host
-// drives it: user_mod_ from the loaded library, task 1 once, then per step
-// task 3 (stiffness) and task 2 (stresses), the result committed as the
-// start of the next step.
+// drives it: task 1 once, then per step task 3 (stiffness) and task 2
+// (stresses), the result committed as the start of the next step.
 #pragma once
 
 #include <algorithm>
 #include <array>
 #include <cmath>
 #include <cstdint>
+#include <utility>
 #include <vector>
 
-#include "support/user_mod_host.hpp"
+#include "support/host.hpp"
 
 namespace tervak_test::small_strain {
 
 inline constexpr double kOct = 1.1547005383792515;  // deviatoric strain norm -> octahedral
 
-struct Point {
-    int32_t IDTask = 0, iModel = 2, IsUndr = 0, iStep = 1, iTer = 1, iEl = 1, Int = 1;
-    int32_t Arg8 = 0, Arg9 = 0, Arg10 = 0, Arg12 = 0, Arg29 = 0, Arg30 = 0, Arg31 = 0;
-    double Time0 = 0.0;
-    std::vector<double> Props;
-    std::array<double, 6> Sig0{};
-    double Pw0 = 0.0;
-    std::array<double, 62> StVar0{};
-    std::array<double, 6> dEps{};
-    std::array<double, 36> D{};
-    double BulkW = 0.0;
-    std::array<double, 6> Sig{};
-    double Pw = 0.0;
-    std::array<double, 62> StVar{};
-    int32_t iPlast = -99, nStat = -99, NonSym = -99, StrsDep = -99, TimeDep = -99, Tangent = -99;
+// The host's point (support/host.hpp) with the small-strain state read back.
+struct Point : tervak_test::Point {
+    Point(int model, std::vector<double> props) : tervak_test::Point(model, std::move(props)) {}
 
-    Point(int model, std::vector<double> props) : iModel(model), Props(std::move(props)) {}
-
-    void call(int32_t task) {
-        IDTask = task;
-        tervak_test::user_mod_entry()(
-            &IDTask, &iModel, &IsUndr, &iStep, &iTer, &iEl, &Int, &Arg8, &Arg9, &Arg10, &Time0, &Arg12,
-            Props.data(), Sig0.data(), &Pw0, StVar0.data(), dEps.data(), D.data(), &BulkW, Sig.data(), &Pw,
-            StVar.data(), &iPlast, &nStat, &NonSym, &StrsDep, &TimeDep, &Tangent, &Arg29, &Arg30, &Arg31);
-    }
     void initialise(const std::array<double, 6>& sig) {
         Sig0 = sig;
         call(1);
         Sig = Sig0;
         StVar = StVar0;
-    }
-    void step(const std::array<double, 6>& deps) {
-        dEps = deps;
-        call(3);
-        call(2);
-        Sig0 = Sig;
-        StVar0 = StVar;
-        Pw0 = Pw;
-        ++iStep;
     }
     void shear(double dgamma) { step({0, 0, 0, dgamma, 0, 0}); }
     double sv(int i) const { return StVar0[static_cast<size_t>(i - 1)]; }
