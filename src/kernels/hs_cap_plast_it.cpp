@@ -81,13 +81,14 @@ struct System {
     double gamma0;
     double pc0;
     double tol[N];          // the tolerance of each equation
+    double fourByEur;       // 4 / Eur, for the rounding of the shear functions
     Mat3 DH;                // D3 times the cap curvature, once xLam_cap is not zero
     bool haveDH = false;
 
     System(const HsMaterial& m, const HsParams& h, const Vec3& E, const Mat3& D, double g0,
            double p0)
         : mt(m), hp(h), delta(m.delta()), alpha2(m.alpha * m.alpha), Prs_E(E), D3(D),
-          gamma0(g0), pc0(p0) {}
+          gamma0(g0), pc0(p0), fourByEur(4.0 / h.Eur) {}
 
     double gamma_of(const double* x) const { return hs_gamma_trial(gamma0, hp.h, x[3]); }
 
@@ -102,6 +103,7 @@ struct System {
         const double pc = x[iPc];
         const double lamCap = x[iCap];
         double r[3], scale[3];
+        #pragma GCC unroll 8
         for (int i = 0; i < 3; ++i) {
             r[i] = P.v[i] - Prs_E.v[i];
             scale[i] = std::fabs(P.v[i]) + std::fabs(Prs_E.v[i]);
@@ -109,9 +111,11 @@ struct System {
         // D3 m_k, m_k = (1 - sin_psi_m)/2 at position i, -(1 + sin_psi_m)/2 at j.
         const double mi = (1.0 - e.spsi) / 2.0;
         const double mj = -(1.0 + e.spsi) / 2.0;
+        #pragma GCC unroll 8
         for (int k = 0; k < NS; ++k) {
             const double* Di = D3.a + 3 * L::fi[k];
             const double* Dj = D3.a + 3 * L::fj[k];
+            #pragma GCC unroll 8
             for (int i = 0; i < 3; ++i) {
                 e.Dm[k].v[i] = Di[i] * mi + Dj[i] * mj;
                 const double t = x[3 + k] * e.Dm[k].v[i];
@@ -121,6 +125,7 @@ struct System {
         }
         e.nCap = hs_df_capmdS(qt, p, delta, alpha2);
         const double* D = D3.a;
+        #pragma GCC unroll 8
         for (int i = 0; i < 3; ++i) {
             e.Dn.v[i] = D[i] * e.nCap.v[0] + D[i + 3] * e.nCap.v[1] + D[i + 6] * e.nCap.v[2];
             const double t = lamCap * e.Dn.v[i];
@@ -129,12 +134,13 @@ struct System {
             e.F[i] = r[i];
             e.allow[i] = std::max(tol[i], kNoise * scale[i]);
         }
+        #pragma GCC unroll 8
         for (int k = 0; k < NS; ++k) {
             const double q = x[L::fi[k]] - x[L::fj[k]];
             const double f = hs_yield(hp, q, gamma, false);
             e.F[3 + k] = f;
             e.allow[3 + k] =
-                std::max(tol[3 + k], kNoise * (std::fabs(f + gamma) + 4.0 * std::fabs(q) / hp.Eur +
+                std::max(tol[3 + k], kNoise * (std::fabs(f + gamma) + std::fabs(q) * fourByEur +
                                                std::fabs(gamma)));
         }
         const double qa2 = qt * qt / alpha2;
@@ -156,34 +162,45 @@ struct System {
     // is close to the identity and is the identity while every multiplier
     // is zero), then the NL x NL system of the multipliers with partial
     // pivoting. A singular system gives non-finite increments.
-    void increment(const double* x, const Eval<A>& e, double* d) {
+    void increment(const double* x, const Eval<A>& e, int pass, double* d) {
         const double lamCap = x[iCap];
         const double pc = x[iPc];
 
         // Stress block.
         double a[3][3] = {{1.0, 0.0, 0.0}, {0.0, 1.0, 0.0}, {0.0, 0.0, 1.0}};
         bool identity = true;
+        // The turning of the flow vectors is left out of the first two
+        // passes: it changes the residual by the multipliers times the
+        // change of the dilatancy, which after the first pass is far below
+        // what the second pass removes. From the third pass on (large
+        // steps, strong turning) it is part of the Newton system.
         bool turning = false;
-        for (int k = 0; k < NS; ++k) turning = turning || x[3 + k] != 0.0;
+        if (pass >= 2)
+            #pragma GCC unroll 8
+            for (int k = 0; k < NS; ++k) turning = turning || x[3 + k] != 0.0;
         if (turning) {
             // The flow vectors turn with the mobilised dilatancy; its slope
             // by differences.
             const Vec3 P{{x[0], x[1], x[2]}};
             double dspsi[3];
+            #pragma GCC unroll 8
             for (int j = 0; j < 3; ++j) {
                 Vec3 Q = P;
                 const double step = 1e-7 * (std::fabs(P.v[j]) + 1.0);
                 Q.v[j] = P.v[j] + step;
                 dspsi[j] = (sin_psi_mob(mt, Q) - e.spsi) / step;
             }
+            #pragma GCC unroll 8
             for (int k = 0; k < NS; ++k) {
                 const double lam = x[3 + k];
                 if (lam == 0.0) continue;
                 // dm/dspsi: -1/2 at both positions of the face.
                 const double* Di = D3.a + 3 * L::fi[k];
                 const double* Dj = D3.a + 3 * L::fj[k];
+                #pragma GCC unroll 8
                 for (int i = 0; i < 3; ++i) {
                     const double Ddm = -0.5 * Di[i] - 0.5 * Dj[i];
+                    #pragma GCC unroll 8
                     for (int j = 0; j < 3; ++j) a[i][j] += lam * Ddm * dspsi[j];
                 }
             }
@@ -191,21 +208,29 @@ struct System {
         }
         if (lamCap != 0.0) {
             if (!haveDH) {
-                // D3 times the cap curvature H(l, j) = 2 (c_l c_j / alpha^2 + 1/9).
-                const Mat3 H = cap_curvature(delta, alpha2);
-                for (int i = 0; i < 3; ++i)
-                    for (int j = 0; j < 3; ++j)
-                        DH.a[i + 3 * j] = D3.a[i] * H.a[3 * j] + D3.a[i + 3] * H.a[1 + 3 * j] +
-                                          D3.a[i + 6] * H.a[2 + 3 * j];
+                // D3 times the cap curvature H = 2 (c c^T / alpha^2 + 1 1^T / 9),
+                // c = (1, delta - 1, -delta): 2 (D3 c) c^T / alpha^2 + 2 (D3 1) 1^T / 9.
+                const double c[3] = {1.0, delta - 1.0, -delta};
+                #pragma GCC unroll 8
+                for (int i = 0; i < 3; ++i) {
+                    const double* D = D3.a + i;
+                    const double dc = 2.0 * (D[0] * c[0] + D[3] * c[1] + D[6] * c[2]) / alpha2;
+                    const double d1 = 2.0 * (D[0] + D[3] + D[6]) / 9.0;
+                    #pragma GCC unroll 8
+                    for (int j = 0; j < 3; ++j) DH.a[i + 3 * j] = dc * c[j] + d1;
+                }
                 haveDH = true;
             }
+            #pragma GCC unroll 8
             for (int i = 0; i < 3; ++i)
+                #pragma GCC unroll 8
                 for (int j = 0; j < 3; ++j) a[i][j] += lamCap * DH.a[i + 3 * j];
             identity = false;
         }
 
         // Right-hand side.
         double b[N];
+        #pragma GCC unroll 8
         for (int i = 0; i < N; ++i) b[i] = -e.F[i];
 
         // The pc row, and pc eliminated from the cap row (only it holds pc).
@@ -219,17 +244,21 @@ struct System {
         }
         const double g = -2.0 * pc / t;
         double Ccap[3];
+        #pragma GCC unroll 8
         for (int j = 0; j < 3; ++j) Ccap[j] = e.nCap.v[j] - g * jp;
         const double Ecap = -(g * jl);  // the cap row's xLam_cap entry
         const double bcap = b[iCap] - g * b[iPc];
 
         // dS = u - V dLam, u = A^-1 bS, V = A^-1 B.
         double u[3], V[3][NL];
+        #pragma GCC unroll 8
         for (int i = 0; i < 3; ++i) {
+            #pragma GCC unroll 8
             for (int k = 0; k < NS; ++k) V[i][k] = e.Dm[k].v[i];
             V[i][NS] = e.Dn.v[i];
         }
         if (identity) {
+            #pragma GCC unroll 8
             for (int i = 0; i < 3; ++i) u[i] = b[i];
         } else {
             // Inverse by cofactors.
@@ -248,10 +277,14 @@ struct System {
             Ai[2][1] = (a[0][1] * a[2][0] - a[0][0] * a[2][1]) / det;
             Ai[2][2] = (a[0][0] * a[1][1] - a[0][1] * a[1][0]) / det;
             double B[3][NL];
+            #pragma GCC unroll 8
             for (int i = 0; i < 3; ++i)
+                #pragma GCC unroll 8
                 for (int j = 0; j < NL; ++j) B[i][j] = V[i][j];
+            #pragma GCC unroll 8
             for (int i = 0; i < 3; ++i) {
                 u[i] = Ai[i][0] * b[0] + Ai[i][1] * b[1] + Ai[i][2] * b[2];
+                #pragma GCC unroll 8
                 for (int j = 0; j < NL; ++j)
                     V[i][j] = Ai[i][0] * B[0][j] + Ai[i][1] * B[1][j] + Ai[i][2] * B[2][j];
             }
@@ -262,53 +295,68 @@ struct System {
         // column while gamma_p hardens.
         double M[NL][NL], r[NL];
         const double eh = x[3] >= 0.0 ? -hp.h : 0.0;
+        #pragma GCC unroll 8
         for (int k = 0; k < NS; ++k) {
             const int i = L::fi[k], j = L::fj[k];
             const double s = hs_slope(hp, x[i] - x[j]);
             r[k] = b[3 + k] - s * (u[i] - u[j]);
+            #pragma GCC unroll 8
             for (int l = 0; l < NL; ++l) M[k][l] = -(s * (V[i][l] - V[j][l]));
             M[k][0] += eh;
         }
         r[NS] = bcap - (Ccap[0] * u[0] + Ccap[1] * u[1] + Ccap[2] * u[2]);
+        #pragma GCC unroll 8
         for (int l = 0; l < NL; ++l)
             M[NS][l] = -(Ccap[0] * V[0][l] + Ccap[1] * V[1][l] + Ccap[2] * V[2][l]);
         M[NS][NS] += Ecap;
+        #pragma GCC unroll 8
         for (int k = 0; k < NL; ++k) {
             int piv = k;
+            #pragma GCC unroll 8
             for (int i = k + 1; i < NL; ++i)
                 if (std::fabs(M[i][k]) > std::fabs(M[piv][k])) piv = i;
             if (piv != k) {
+                #pragma GCC unroll 8
                 for (int j = 0; j < NL; ++j) std::swap(M[k][j], M[piv][j]);
                 std::swap(r[k], r[piv]);
             }
+            #pragma GCC unroll 8
             for (int i = k + 1; i < NL; ++i) {
                 const double f = M[i][k] / M[k][k];
+                #pragma GCC unroll 8
                 for (int j = k; j < NL; ++j) M[i][j] -= f * M[k][j];
                 r[i] -= f * r[k];
             }
         }
         double dl[NL];
+        #pragma GCC unroll 8
         for (int i = NL - 1; i >= 0; --i) {
             double sum = r[i];
+            #pragma GCC unroll 8
             for (int j = i + 1; j < NL; ++j) sum -= M[i][j] * dl[j];
             dl[i] = sum / M[i][i];
         }
+        #pragma GCC unroll 8
         for (int i = 0; i < 3; ++i) {
             double ds = u[i];
+            #pragma GCC unroll 8
             for (int j = 0; j < NL; ++j) ds -= V[i][j] * dl[j];
             d[i] = ds;
         }
+        #pragma GCC unroll 8
         for (int j = 0; j < NL; ++j) d[3 + j] = dl[j];
         d[iPc] = (b[iPc] - (jp * d[0] + jp * d[1] + jp * d[2]) - jl * dl[NS]) / t;
     }
 };
 
-// Sum of squares of F in units of the weights; and whether all are within.
+// Sum of squares of F in units of the weights (given as reciprocals); and
+// whether all are within.
 template <int N>
-double merit(const double* F, const double* w) {
+double merit(const double* F, const double* wInv) {
     double s = 0.0;
+    #pragma GCC unroll 8
     for (int i = 0; i < N; ++i) {
-        const double r = F[i] / w[i];
+        const double r = F[i] * wInv[i];
         s += r * r;
     }
     return s;
@@ -316,6 +364,7 @@ double merit(const double* F, const double* w) {
 
 template <int N>
 bool within(const double* F, const double* allow) {
+    #pragma GCC unroll 8
     for (int i = 0; i < N; ++i)
         if (!(std::fabs(F[i]) <= allow[i])) return false;
     return true;
@@ -334,54 +383,64 @@ HsCapReturn closest_point(const HsMaterial& mt, const HsParams& hp, const Vec3& 
     // and the cap pressure relative to their scale.
     const double sE =
         std::max(std::fabs(Prs_E(1)), std::max(std::fabs(Prs_E(2)), std::fabs(Prs_E(3))));
+    #pragma GCC unroll 8
     for (int i = 0; i < 3; ++i) sys.tol[i] = 1e-12 * (sE + 1.0);
+    #pragma GCC unroll 8
     for (int i = 3; i < n; ++i) sys.tol[i] = 0.0;
     sys.tol[L::iPc] = 1e-12 * (pc0 + 1.0);
-    Eval<A> e;
-    sys.residual(x, e);
+    Eval<A> ev[2];
+    Eval<A>* e = &ev[0];   // at x
+    Eval<A>* et = &ev[1];  // at the state tried
+    sys.residual(x, *e);
+    #pragma GCC unroll 8
     for (int k = 3; k <= L::iCap; ++k) {
-        sys.tol[k] = std::fabs(e.F[k]) * 1e-12 + 1e-12;
-        e.allow[k] = std::max(e.allow[k], sys.tol[k]);
+        sys.tol[k] = std::fabs(e->F[k]) * 1e-12 + 1e-12;
+        e->allow[k] = std::max(e->allow[k], sys.tol[k]);
     }
     double w[n];
-    for (int i = 0; i < n; ++i) w[i] = e.allow[i];
+    #pragma GCC unroll 8
+    for (int i = 0; i < n; ++i) w[i] = 1.0 / e->allow[i];
 
     HsCapReturn out;
     out.nLam = L::NL;
-    double phi = merit<n>(e.F, w);
+    double phi = merit<n>(e->F, w);
     int pass = 0;
     // A trial that is not a number still takes one pass, so that the
     // multipliers say so.
-    while (!within<n>(e.F, e.allow) && pass < kMaxPasses && (pass == 0 || std::isfinite(phi))) {
+    while (!within<n>(e->F, e->allow) && pass < kMaxPasses && (pass == 0 || std::isfinite(phi))) {
         double d[n];
-        sys.increment(x, e, d);
+        sys.increment(x, *e, pass, d);
         // A singular system at a state that is a number ends the search
         // there; a trial that is not a number passes its NaNs on.
-        bool finite = true;
-        for (int i = 0; i < n; ++i) finite = finite && std::isfinite(d[i]);
+        double zero = 0.0;  // not a number when an increment is not finite
+        #pragma GCC unroll 8
+        for (int i = 0; i < n; ++i) zero += d[i] * 0.0;
+        const bool finite = zero == 0.0;
         if (!finite && std::isfinite(phi)) break;
         ++pass;
         double t = 1.0;
         double xt[n];
-        Eval<A> et;
         bool taken = false;
         for (int h = 0; h <= kMaxHalvings; ++h, t *= 0.5) {
+            #pragma GCC unroll 8
             for (int i = 0; i < n; ++i) xt[i] = x[i] + t * d[i];
-            sys.residual(xt, et);
-            const double phit = merit<n>(et.F, w);
-            if (phit < phi || within<n>(et.F, et.allow) || !std::isfinite(phit)) {
+            sys.residual(xt, *et);
+            const double phit = merit<n>(et->F, w);
+            if (phit < phi || within<n>(et->F, et->allow) || !std::isfinite(phit)) {
                 phi = phit;
                 taken = true;
                 break;
             }
         }
         if (!taken) break;  // at the rounding floor: nothing left to gain
+        #pragma GCC unroll 8
         for (int i = 0; i < n; ++i) x[i] = xt[i];
-        e = et;
+        std::swap(e, et);
     }
-    out.converged = within<n>(e.F, e.allow);
+    out.converged = within<n>(e->F, e->allow);
     out.passes = pass;
     out.Prs = Vec3{{x[0], x[1], x[2]}};
+    #pragma GCC unroll 8
     for (int k = 0; k < L::NL; ++k) out.xLam[k] = x[3 + k];
     out.gamma_p = sys.gamma_of(x);
     out.pc = x[L::iPc];
@@ -412,14 +471,18 @@ KernelOutcome HS_CAP_plast_it(const KernelCall& k, const HsMaterial& mt, const K
     if (k.iArea < 1 || k.iArea > 3) stop_run("");
     // The elastic matrix at the start of the increment, unless its minor
     // stress is too close to zero; then at the trial stresses.
-    const Vec3& x = std::fabs(k.Prs_0(3)) > 0.01 ? k.Prs_0 : k.Prs_E;
+    // At the start stresses that matrix is the one of the call's own
+    // stiffness Eur, already known.
+    const HsParams hp = hs_params(mt, 1.0, k.Prs_0(3));
     Mat3 D3;
-    Matriz3(mt, x.data(), D3.data());
+    if (std::fabs(k.Prs_0(3)) > 0.01)
+        Matriz3_of(mt, hp.Eur, D3.data());
+    else
+        Matriz3(mt, k.Prs_E.data(), D3.data());
 
     const double gamma0 = k.HardPar_E[0];
     const double stored = k.HardPar_E[1];
     const double pc0 = std::fabs(stored);
-    const HsParams hp = hs_params(mt, 1.0, k.Prs_0(3));
 
     const HsCapReturn r = hs_cap_closest_point(mt, hp, k.iArea, k.Prs_E, D3, gamma0, pc0);
     out.Prs = r.Prs;
