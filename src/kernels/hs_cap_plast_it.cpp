@@ -17,6 +17,9 @@ namespace {
 
 constexpr int kMaxPasses = 100;
 constexpr int kMaxHalvings = 10;
+// The largest relative growth of the cap pressure that the first pass takes
+// with the cap hardening.
+constexpr double kSmallGrowth = 1e-3;
 // Rounding allowance: this many units of the magnitudes that make up a value.
 constexpr double kNoise = 16.0 * DBL_EPSILON;
 
@@ -162,7 +165,7 @@ struct System {
     // is close to the identity and is the identity while every multiplier
     // is zero), then the NL x NL system of the multipliers with partial
     // pivoting. A singular system gives non-finite increments.
-    void increment(const double* x, const Eval<A>& e, int pass, double* d) {
+    void increment(const double* x, const Eval<A>& e, int pass, bool grows, double* d) {
         const double lamCap = x[iCap];
         const double pc = x[iPc];
 
@@ -235,7 +238,7 @@ struct System {
 
         // The pc row, and pc eliminated from the cap row (only it holds pc).
         double jp = 0.0, jl = 0.0, t = 1.0;
-        if (lamCap >= 0.0 && e.xh > 0.0) {
+        if (grows && e.xh > 0.0) {
             double dxh_dp, dxh_dpc;
             xh_slopes(mt, e.p, pc, e.xh, dxh_dp, dxh_dpc);
             jl = -e.xh;
@@ -409,7 +412,20 @@ HsCapReturn closest_point(const HsMaterial& mt, const HsParams& hp, const Vec3& 
     // multipliers say so.
     while (!within<n>(e->F, e->allow) && pass < kMaxPasses && (pass == 0 || std::isfinite(phi))) {
         double d[n];
-        sys.increment(x, *e, pass, d);
+        // The cap grows while xLam_cap * xh_cap > 0. From the trial state
+        // (xLam_cap = 0) the first pass lets it grow when that is a small
+        // step: no multiplier comes out negative and pc grows by less than
+        // kSmallGrowth of itself. Otherwise (a trial far outside) the first
+        // pass holds the cap pressure, the return by the cap alone, and the
+        // growth comes in the passes after it.
+        const double lamCap = x[L::iCap];
+        sys.increment(x, *e, pass, lamCap > 0.0 || (lamCap == 0.0 && pass == 0), d);
+        if (pass == 0 && lamCap == 0.0) {
+            bool small = std::fabs(d[L::iPc]) <= kSmallGrowth * x[L::iPc];
+            #pragma GCC unroll 4
+            for (int k = 3; k < L::iPc; ++k) small = small && x[k] + d[k] >= 0.0;
+            if (!small) sys.increment(x, *e, pass, false, d);
+        }
         // A singular system at a state that is a number ends the search
         // there; a trial that is not a number passes its NaNs on.
         double zero = 0.0;  // not a number when an increment is not finite
