@@ -85,13 +85,35 @@ struct System {
     double pc0;
     double tol[N];          // the tolerance of each equation
     double fourByEur;       // 4 / Eur, for the rounding of the shear functions
+    // xh_cap = max(1, p) K(pc), K(pc) = K0 ((pc + shift) / (pc0 + shift))^m
+    // while the floor of the law on pc is not reached: K0 at the start.
+    double xhShift = 0.0;   // c cot phi in the bulk-ratio law, 0 otherwise
+    double xhK0 = 0.0;      // K(pc0) = xh_cap(1, pc0)
+    bool xhSeparable = false;
     Mat3 DH;                // D3 times the cap curvature, once xLam_cap is not zero
     bool haveDH = false;
 
     System(const HsMaterial& m, const HsParams& h, const Vec3& E, const Mat3& D, double g0,
            double p0)
         : mt(m), hp(h), delta(m.delta()), alpha2(m.alpha * m.alpha), Prs_E(E), D3(D),
-          gamma0(g0), pc0(p0), fourByEur(4.0 / h.Eur) {}
+          gamma0(g0), pc0(p0), fourByEur(4.0 / h.Eur) {
+        if (m.cap_law == CapLaw::BulkRatio) xhShift = m.ccot;
+        xhSeparable = m.cap_law != CapLaw::None && pc0 + xhShift > 1.0;
+        xhK0 = m.xh_cap(1.0, pc0, h.h);
+    }
+
+    // xh_cap at (p, pc). Near pc0 the power of the pressure ratio 1 + r is
+    // its binomial series: for |r| <= 1e-4 the terms left out are below
+    // 1e-17 of the value. Elsewhere the law itself.
+    double xh_at(double p, double pc) const {
+        const double r = (pc - pc0) / (pc0 + xhShift);
+        if (!xhSeparable || !(std::fabs(r) <= 1e-4)) return mt.xh_cap(p, pc, hp.h);
+        const double m = mt.m;
+        const double g =
+            1.0 + m * r * (1.0 + (m - 1.0) / 2.0 * r *
+                                     (1.0 + (m - 2.0) / 3.0 * r * (1.0 + (m - 3.0) / 4.0 * r)));
+        return std::max(1.0, p) * (xhK0 * g);
+    }
 
     double gamma_of(const double* x) const { return hs_gamma_trial(gamma0, hp.h, x[3]); }
 
@@ -149,7 +171,7 @@ struct System {
         const double qa2 = qt * qt / alpha2;
         e.F[iCap] = HsMaterial::f_cap(qt, p, pc, alpha2);
         e.allow[iCap] = std::max(tol[iCap], kNoise * (qa2 + p * p + pc * pc));
-        e.xh = mt.xh_cap(p, pc, hp.h);
+        e.xh = xh_at(p, pc);
         e.F[iPc] = pc - std::max(pc0 + lamCap * e.xh, pc0);
         e.allow[iPc] = std::max(tol[iPc], kNoise * (std::fabs(pc) + pc0));
     }
@@ -485,11 +507,15 @@ HsCapReturn hs_cap_closest_point(const HsMaterial& mt, const HsParams& hp, int i
 
 KernelOutcome HS_CAP_plast_it(const KernelCall& k, const HsMaterial& mt, const KernelOut& out) {
     if (k.iArea < 1 || k.iArea > 3) stop_run("");
+    return HS_CAP_plast_it(k, mt, out, hs_params(mt, 1.0, k.Prs_0(3)));
+}
+
+KernelOutcome HS_CAP_plast_it(const KernelCall& k, const HsMaterial& mt, const KernelOut& out,
+                              const HsParams& hp) {
+    if (k.iArea < 1 || k.iArea > 3) stop_run("");
     // The elastic matrix at the start of the increment, unless its minor
-    // stress is too close to zero; then at the trial stresses.
-    // At the start stresses that matrix is the one of the call's own
-    // stiffness Eur, already known.
-    const HsParams hp = hs_params(mt, 1.0, k.Prs_0(3));
+    // stress is too close to zero; then at the trial stresses. At the start
+    // stresses it is the matrix of the call's own stiffness Eur.
     Mat3 D3;
     if (std::fabs(k.Prs_0(3)) > 0.01)
         Matriz3_of(mt, hp.Eur, D3.data());

@@ -29,6 +29,7 @@
 #pragma once
 
 #include "kernels/hs_surfaces.hpp"
+#include "kernels/kernels.hpp"
 #include "toolkit/material.hpp"
 #include "toolkit/types.hpp"
 
@@ -50,5 +51,11 @@ struct HsCapReturn {
 // principal elastic matrix.
 HsCapReturn hs_cap_closest_point(const HsMaterial& mt, const HsParams& hp, int iArea,
                                  const Vec3& Prs_E, const Mat3& D3, double gamma_p0, double pc0);
+
+// HS_CAP_plast_it with the call's strength and stiffness already fixed:
+// hp = hs_params(mt, 1.0, k.Prs_0(3)), as the calibration has it from the
+// elastic matrix of its increment.
+KernelOutcome HS_CAP_plast_it(const KernelCall& k, const HsMaterial& mt, const KernelOut& out,
+                              const HsParams& hp);
 
 }  // namespace tervak

@@ -81,6 +81,8 @@ void Matriz6(const HsMaterial& mt, const double* stress, double* D) {
     stress_dependent<6>(mt, stress, D);
 }
 
+void Matriz6_of(const HsMaterial& mt, double Eur, double* D) { of_modulus<6>(mt, Eur, D); }
+
 void Matriz3_NL(double* D3, double K, double G) { from_moduli<3>(D3, K, G); }
 
 void Matriz6_NL(double* D, double K, double G) { from_moduli<6>(D, K, G); }
