@@ -267,7 +267,8 @@ struct System {
             jp = -lamCap * dxh_dp / 3.0;
             t = 1.0 - lamCap * dxh_dpc;
         }
-        const double g = -2.0 * pc / t;
+        const double it = 1.0 / t;
+        const double g = -2.0 * pc * it;
         double Ccap[3];
         #pragma GCC unroll 8
         for (int j = 0; j < 3; ++j) Ccap[j] = e.nCap.v[j] - g * jp;
@@ -291,16 +292,17 @@ struct System {
             const double c12 = a[1][2] * a[2][0] - a[1][0] * a[2][2];
             const double c13 = a[1][0] * a[2][1] - a[1][1] * a[2][0];
             const double det = a[0][0] * c11 + a[0][1] * c12 + a[0][2] * c13;
+            const double id = 1.0 / det;
             double Ai[3][3];
-            Ai[0][0] = c11 / det;
-            Ai[0][1] = (a[0][2] * a[2][1] - a[0][1] * a[2][2]) / det;
-            Ai[0][2] = (a[0][1] * a[1][2] - a[0][2] * a[1][1]) / det;
-            Ai[1][0] = c12 / det;
-            Ai[1][1] = (a[0][0] * a[2][2] - a[0][2] * a[2][0]) / det;
-            Ai[1][2] = (a[0][2] * a[1][0] - a[0][0] * a[1][2]) / det;
-            Ai[2][0] = c13 / det;
-            Ai[2][1] = (a[0][1] * a[2][0] - a[0][0] * a[2][1]) / det;
-            Ai[2][2] = (a[0][0] * a[1][1] - a[0][1] * a[1][0]) / det;
+            Ai[0][0] = c11 * id;
+            Ai[0][1] = (a[0][2] * a[2][1] - a[0][1] * a[2][2]) * id;
+            Ai[0][2] = (a[0][1] * a[1][2] - a[0][2] * a[1][1]) * id;
+            Ai[1][0] = c12 * id;
+            Ai[1][1] = (a[0][0] * a[2][2] - a[0][2] * a[2][0]) * id;
+            Ai[1][2] = (a[0][2] * a[1][0] - a[0][0] * a[1][2]) * id;
+            Ai[2][0] = c13 * id;
+            Ai[2][1] = (a[0][1] * a[2][0] - a[0][0] * a[2][1]) * id;
+            Ai[2][2] = (a[0][0] * a[1][1] - a[0][1] * a[1][0]) * id;
             double B[3][NL];
             #pragma GCC unroll 8
             for (int i = 0; i < 3; ++i)
@@ -370,7 +372,7 @@ struct System {
         }
         #pragma GCC unroll 8
         for (int j = 0; j < NL; ++j) d[3 + j] = dl[j];
-        d[iPc] = (b[iPc] - (jp * d[0] + jp * d[1] + jp * d[2]) - jl * dl[NS]) / t;
+        d[iPc] = (b[iPc] - (jp * d[0] + jp * d[1] + jp * d[2]) - jl * dl[NS]) * it;
     }
 };
 
