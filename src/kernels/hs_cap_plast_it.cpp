@@ -6,7 +6,6 @@
 #include <cfloat>
 #include <cmath>
 
-#include "kernels/cap_surface.hpp"
 #include "kernels/kernels.hpp"
 #include "toolkit/elastic.hpp"
 #include "toolkit/records.hpp"
@@ -79,6 +78,7 @@ struct System {
     const HsParams& hp;
     double delta;   // cap: (3 + sin phi) / (3 - sin phi)
     double alpha2;  // cap shape squared
+    double invAlpha2;
     const Vec3& Prs_E;
     const Mat3& D3;
     double gamma0;
@@ -89,25 +89,29 @@ struct System {
     // while the floor of the law on pc is not reached: K0 at the start.
     double xhShift = 0.0;   // c cot phi in the bulk-ratio law, 0 otherwise
     double xhK0 = 0.0;      // K(pc0) = xh_cap(1, pc0)
+    double xhInvBase = 0.0;  // 1 / (pc0 + shift)
     bool xhSeparable = false;
     Mat3 DH;                // D3 times the cap curvature, once xLam_cap is not zero
     bool haveDH = false;
 
     System(const HsMaterial& m, const HsParams& h, const Vec3& E, const Mat3& D, double g0,
            double p0)
-        : mt(m), hp(h), delta(m.delta()), alpha2(m.alpha * m.alpha), Prs_E(E), D3(D),
+        : mt(m), hp(h), delta(m.delta()), alpha2(m.alpha * m.alpha),
+          invAlpha2(1.0 / alpha2), Prs_E(E), D3(D),
           gamma0(g0), pc0(p0), fourByEur(4.0 / h.Eur) {
         if (m.cap_law == CapLaw::BulkRatio) xhShift = m.ccot;
         xhSeparable = m.cap_law != CapLaw::None && pc0 + xhShift > 1.0;
         xhK0 = m.xh_cap(1.0, pc0, h.h);
+        xhInvBase = 1.0 / (pc0 + xhShift);
     }
 
     // xh_cap at (p, pc). Near pc0 the power of the pressure ratio 1 + r is
     // its binomial series: for |r| <= 1e-4 the terms left out are below
     // 1e-17 of the value. Elsewhere the law itself.
     double xh_at(double p, double pc) const {
-        const double r = (pc - pc0) / (pc0 + xhShift);
-        if (!xhSeparable || !(std::fabs(r) <= 1e-4)) return mt.xh_cap(p, pc, hp.h);
+        const double r = (pc - pc0) * xhInvBase;
+        if (!xhSeparable || !(std::fabs(r) <= 1e-4) || !(pc + xhShift >= 1.0))
+            return mt.xh_cap(p, pc, hp.h);
         const double m = mt.m;
         const double g =
             1.0 + m * r * (1.0 + (m - 1.0) / 2.0 * r *
@@ -148,7 +152,11 @@ struct System {
                 scale[i] += std::fabs(t);
             }
         }
-        e.nCap = hs_df_capmdS(qt, p, delta, alpha2);
+        // Cap gradient 2 c_i qt / alpha^2 + 2 p / 3, c = (1, delta - 1, -delta),
+        // with 2 qt / alpha^2 formed once.
+        const double g2 = 2.0 * qt / alpha2;
+        const double p23 = 2.0 * p / 3.0;
+        e.nCap = Vec3{{g2 + p23, (delta - 1.0) * g2 + p23, -delta * g2 + p23}};
         const double* D = D3.a;
         #pragma GCC unroll 8
         for (int i = 0; i < 3; ++i) {
@@ -162,13 +170,14 @@ struct System {
         #pragma GCC unroll 8
         for (int k = 0; k < NS; ++k) {
             const double q = x[L::fi[k]] - x[L::fj[k]];
-            const double f = hs_yield(hp, q, gamma, false);
+            // The shear function (hs_yield, silent), saturated at qf.
+            const double f = HsMaterial::hyperbola(hp.qf > q ? q : hp.qf, hp.qa, hp.Ei, hp.Eur, gamma);
             e.F[3 + k] = f;
             e.allow[3 + k] =
                 std::max(tol[3 + k], kNoise * (std::fabs(f + gamma) + std::fabs(q) * fourByEur +
                                                std::fabs(gamma)));
         }
-        const double qa2 = qt * qt / alpha2;
+        const double qa2 = qt * qt * invAlpha2;
         e.F[iCap] = HsMaterial::f_cap(qt, p, pc, alpha2);
         e.allow[iCap] = std::max(tol[iCap], kNoise * (qa2 + p * p + pc * pc));
         e.xh = xh_at(p, pc);
