@@ -345,6 +345,7 @@ struct System {
         for (int l = 0; l < NL; ++l)
             M[NS][l] = -(Ccap[0] * V[0][l] + Ccap[1] * V[1][l] + Ccap[2] * V[2][l]);
         M[NS][NS] += Ecap;
+        double inv[NL];  // reciprocals of the pivots
         #pragma GCC unroll 8
         for (int k = 0; k < NL; ++k) {
             int piv = k;
@@ -356,9 +357,10 @@ struct System {
                 for (int j = 0; j < NL; ++j) std::swap(M[k][j], M[piv][j]);
                 std::swap(r[k], r[piv]);
             }
+            inv[k] = 1.0 / M[k][k];
             #pragma GCC unroll 8
             for (int i = k + 1; i < NL; ++i) {
-                const double f = M[i][k] / M[k][k];
+                const double f = M[i][k] * inv[k];
                 #pragma GCC unroll 8
                 for (int j = k; j < NL; ++j) M[i][j] -= f * M[k][j];
                 r[i] -= f * r[k];
@@ -370,7 +372,7 @@ struct System {
             double sum = r[i];
             #pragma GCC unroll 8
             for (int j = i + 1; j < NL; ++j) sum -= M[i][j] * dl[j];
-            dl[i] = sum / M[i][i];
+            dl[i] = sum * inv[i];
         }
         #pragma GCC unroll 8
         for (int i = 0; i < 3; ++i) {
