@@ -78,7 +78,7 @@ struct System {
     const HsParams& hp;
     double delta;   // cap: (3 + sin phi) / (3 - sin phi)
     double alpha2;  // cap shape squared
-    double invAlpha2;
+    double invAlpha2;  // its reciprocal, for the rounding allowance of the cap
     const Vec3& Prs_E;
     const Mat3& D3;
     double gamma0;
@@ -96,9 +96,8 @@ struct System {
 
     System(const HsMaterial& m, const HsParams& h, const Vec3& E, const Mat3& D, double g0,
            double p0)
-        : mt(m), hp(h), delta(m.delta()), alpha2(m.alpha * m.alpha),
-          invAlpha2(1.0 / alpha2), Prs_E(E), D3(D),
-          gamma0(g0), pc0(p0), fourByEur(4.0 / h.Eur) {
+        : mt(m), hp(h), delta(m.delta()), alpha2(m.alpha * m.alpha), invAlpha2(1.0 / alpha2),
+          Prs_E(E), D3(D), gamma0(g0), pc0(p0), fourByEur(4.0 / h.Eur) {
         if (m.cap_law == CapLaw::BulkRatio) xhShift = m.ccot;
         xhSeparable = m.cap_law != CapLaw::None && pc0 + xhShift > 1.0;
         xhK0 = m.xh_cap(1.0, pc0, h.h);
