@@ -196,6 +196,64 @@ TEST(CurvedKernels, LandOnTheActiveSurfacesAndOnlyHarden) {
     }
 }
 
+// The calibration's kernel on its own kind of step: a start state on the
+// shear edge and the cap at once (P2 = P3), the trial a small axial push
+// beyond both. The return lands on f13, f12 and the cap; the plastic strain
+// D3^-1 (trial - returned), split into the three flow directions (no
+// dilatancy at this mobilised friction), gives positive multipliers, and
+// the cap pressure has grown by xLam_cap times xh_cap at the returned state.
+TEST(CurvedKernels, CalibrationKernelClosesSmallSteps) {
+    std::vector<double> P = soil(1, 1, 38, 8, 0);
+    const Surfaces f{P, 1};
+    const double none[9] = {};
+    double D3[9], C[9];
+    I one = 1, three = 3;
+    Triple at100 = {100, 100, 100};
+    sym<void(double*, double*, double*, I*)>("matriz3_")(P.data(), at100.data(), D3, &one);
+    sym<void(double*, double*, I*)>("matinvpiv_")(D3, C, &three);
+    const double s = f.s(), d = (3 + s) / (3 - s), a2 = f.P("alpha") * f.P("alpha");
+    const double pref = f.P("p_ref"), m = f.P("m"), beta = f.P("beta");
+    auto det3 = [](const double (&M)[3][3]) {
+        return M[0][0] * (M[1][1] * M[2][2] - M[1][2] * M[2][1]) - M[0][1] * (M[1][0] * M[2][2] - M[1][2] * M[2][0]) +
+               M[0][2] * (M[1][0] * M[2][1] - M[1][1] * M[2][0]);
+    };
+    for (double s1 : {150.0, 260.0})
+    for (double push : {1e-6, 0.01, 1.0}) {
+        SCOPED_TRACE("s1 " + std::to_string(s1) + " push " + std::to_string(push));
+        const Triple Prs0 = {s1, 100, 100};
+        const double gamma0 = f.hs(Prs0, 100, 0), pc0 = std::sqrt(f.cap(Prs0, 0));
+        const double hardE[2] = {gamma0, -pc0};
+        const Out o = run("hs_cap_plast_it", 1, 2, P, {s1 + push, 100, 100}, hardE, Prs0, none);
+        EXPECT_EQ(o.iPlast, 0);
+        EXPECT_EQ(o.trace, "");
+        EXPECT_GT(o.hard[0], hardE[0]);
+        EXPECT_LT(o.hard[1], hardE[1]);
+        EXPECT_NEAR(f.hs(o.Prs, 100, o.hard[0]), 0, 1e-9 * o.hard[0]);
+        EXPECT_NEAR(f.hs({o.Prs[0], o.Prs[2], o.Prs[1]}, 100, o.hard[0]), 0, 1e-9 * o.hard[0]);
+        EXPECT_NEAR(f.cap(o.Prs, -o.hard[1]), 0, 1e-10 * pc0 * pc0);
+        EXPECT_LT(o.Prs[0], s1 + push);
+        // Plastic strain and its split: columns m13, m12, n_cap.
+        const Triple trial = {s1 + push, 100, 100};
+        double ep[3] = {};
+        for (int i = 0; i < 3; ++i)
+            for (int k = 0; k < 3; ++k) ep[i] += C[i + 3 * k] * (trial[static_cast<size_t>(k)] - o.Prs[static_cast<size_t>(k)]);
+        const double qt = o.Prs[0] + (d - 1) * o.Prs[1] - d * o.Prs[2], pm = (o.Prs[0] + o.Prs[1] + o.Prs[2]) / 3;
+        const double n[3] = {2 * qt / a2 + 2 * pm / 3, 2 * (d - 1) * qt / a2 + 2 * pm / 3, -2 * d * qt / a2 + 2 * pm / 3};
+        const double M[3][3] = {{0.5, 0.5, n[0]}, {0, -0.5, n[1]}, {-0.5, 0, n[2]}};
+        double lam[3];
+        for (int j = 0; j < 3; ++j) {
+            double Mj[3][3];
+            for (int i = 0; i < 3; ++i)
+                for (int k = 0; k < 3; ++k) Mj[i][k] = k == j ? ep[i] : M[i][k];
+            lam[j] = det3(Mj) / det3(M);
+        }
+        for (double l : lam) EXPECT_GT(l, 0);
+        const double pc = -o.hard[1];
+        const double xh = 2 * std::max(1.0, pm) * pref / beta * std::pow(pc / pref, m);
+        EXPECT_NEAR(pc - pc0, lam[2] * xh, 1e-6 * (pc - pc0));
+    }
+}
+
 // A trial inside the surface it is sent to gives a negative multiplier:
 // the verdict says so.
 TEST(CurvedKernels, ElasticTrialIsANumericalProblem) {

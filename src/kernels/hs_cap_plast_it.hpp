@@ -11,12 +11,14 @@
 //
 // with gamma_p = max(gamma_p0 + h xLam13_hs, gamma_p0) and m_k the shear
 // flow vectors at the mobilised dilatancy of Prs. Its first pass from the
-// trial state is the closed-form first step of the cap kernels; the
-// following ones carry the curvature of the cap, the turning of the flow
-// vectors with the dilatancy and the dependence of xh_cap on p and pc, so
-// the iteration closes in a few passes. A pass is shortened (halved, at most
-// ten times) when it would not reduce the residual, measured in units of
-// each equation's tolerance.
+// trial state is the closed-form first step of the cap kernels, with the
+// cap hardening through xh_cap when that is a small step (no negative
+// multiplier, pc growing by less than 0.1 %) and with pc held otherwise; the
+// following ones carry the curvature of the cap and the dependence of xh_cap
+// on p and pc, and from the third pass on the turning of the flow vectors
+// with the dilatancy, so a small step closes in two passes. A pass is
+// shortened (halved, at most ten times) when it would not reduce the
+// residual, measured in units of each equation's tolerance.
 //
 // Converged: every surface within |f_trial| 1e-12 + 1e-12, the stresses and
 // the cap pressure within 1e-12 of their scale; where rounding in the
@@ -29,6 +31,7 @@
 #pragma once
 
 #include "kernels/hs_surfaces.hpp"
+#include "kernels/kernels.hpp"
 #include "toolkit/material.hpp"
 #include "toolkit/types.hpp"
 
@@ -50,5 +53,11 @@ struct HsCapReturn {
 // principal elastic matrix.
 HsCapReturn hs_cap_closest_point(const HsMaterial& mt, const HsParams& hp, int iArea,
                                  const Vec3& Prs_E, const Mat3& D3, double gamma_p0, double pc0);
+
+// HS_CAP_plast_it with the call's strength and stiffness already fixed:
+// hp = hs_params(mt, 1.0, k.Prs_0(3)), as the calibration has it from the
+// elastic matrix of its increment.
+KernelOutcome HS_CAP_plast_it(const KernelCall& k, const HsMaterial& mt, const KernelOut& out,
+                              const HsParams& hp);
 
 }  // namespace tervak

@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <cmath>
 
+#include "kernels/hs_cap_plast_it.hpp"
 #include "kernels/kernels.hpp"
 #include "models/material.hpp"
 #include "models/models.hpp"
@@ -48,17 +49,19 @@ struct Sample {
     }
 };
 
-// The silent kernel on the triaxial edge (area 2). Only models 1 to 3 are
-// calibrated; any other option ends the run silently.
-void silent_return(const HsMaterial& mt, int option, const Vec3& Prs_E, const Vec3& Prs_0,
-                   const double* hard, Vec3& Prs, double* hardOut, int& iRes) {
+// The silent kernel on the triaxial edge (area 2), with the strength and
+// stiffness of its call hp at the start stresses Prs_0. Only models 1 to 3
+// are calibrated; any other option ends the run silently.
+void silent_return(const HsMaterial& mt, int option, const HsParams& hp, const Vec3& Prs_E,
+                   const Vec3& Prs_0, const double* hard, Vec3& Prs, double* hardOut,
+                   int& iRes) {
     if (option < 1 || option > 3) stop_run("");
     KernelCall k;
     k.iArea = 2;
     k.Prs_E = Prs_E;
     k.Prs_0 = Prs_0;
     k.HardPar_E = hard;
-    HS_CAP_plast_it(k, mt, KernelOut{Prs, hardOut, iRes});
+    HS_CAP_plast_it(k, mt, KernelOut{Prs, hardOut, iRes}, hp);
 }
 
 // One load increment dSig: the strains from the inverse elastic matrix at the
@@ -70,7 +73,10 @@ void load_increment(const HsMaterial& mt, int option, Sample& s, const Vec6& dSi
                     bool rotate) {
     double D[36], C[36];
     Vec6 dEps, trial;
-    Matriz6(mt, s.prs.data(), D);
+    // The stiffness at the minor stress, once for the elastic matrix and the
+    // kernel's call: Matriz6 of that modulus is Matriz6 at s.prs.
+    const HsParams hp = hs_params(mt, 1.0, s.prs(3));
+    Matriz6_of(mt, hp.Eur, D);
     matinvpiv(D, C, 6);
     matvec(C, 6, dSig.data(), 6, dEps.data());
     addvec(s.eps.data(), dEps.data(), 1.0, 1.0, 6, s.eps.data());
@@ -81,7 +87,7 @@ void load_increment(const HsMaterial& mt, int option, Sample& s, const Vec6& dSi
     Vec3 Prs;
     double hardOut[2] = {s.hard[0], s.hard[1]};
     int iRes = 0;
-    silent_return(mt, option, Prs_E, s.prs, s.hard, Prs, hardOut, iRes);
+    silent_return(mt, option, hp, Prs_E, s.prs, s.hard, Prs, hardOut, iRes);
     s.hard[0] = hardOut[0];
     s.hard[1] = hardOut[1];
     s.prs = Prs;
