@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 #include "models/material.hpp"
 #include "models/parameters.hpp"
@@ -69,16 +70,16 @@ double gamma_m(const double* eps) { return std::sqrt((4.0 / 3.0) * deviator_squa
 // One sub-increment: stiffness, elastic predictor, return mapping, strain
 // bookkeeping and cycle closure. sig0/sv0 at the start, sig/sv at the end.
 void sub_increment(const Point& pt, const double* sig0, const double* sv0, const double* dEps,
-                   double* sig, double* sv, double* D, int& npi, int& iPlast) {
+                   const Norms& n, double* sig, double* sv, double* D, int& npi, int& iPlast) {
     const int io = pt.io;
-    copyrvec(sv0, sv, kNStat);
+    std::memcpy(sv, sv0, sizeof(double) * kNStat);
 
     const Vec3 Prs_0 = compression_triple(sig0);
     wrivec(io, "Prs_0", Prs_0.data(), 3);
     const double p_raw = mean_stress(Prs_0);
     const double p = floored(p_raw);
 
-    const Stiffness st = small_strain_stiffness(pt, p, p_raw, dEps, sv0, sv);
+    const Stiffness st = small_strain_stiffness(pt, p, p_raw, dEps, n, sv0, sv);
     npi = st.npi;
     wriivl(io, npi == 1 ? "ELÁSTICO LINEAL, npi=" : "ELÁSTICO NO LINEAL, npi=", npi);
 
@@ -125,8 +126,8 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
 
 // Sub-increments: each carries at most half the threshold strain
 // gamma_0.7 of octahedral shear strain, and there are at most 100.
-double sub_fraction(const HsMaterial& mt, const double* dEps) {
-    const double gamma = kOct * modul(deviatoric(dEps).data());
+double sub_fraction(const HsMaterial& mt, double nde) {
+    const double gamma = kOct * nde;
     const double limit = 0.5 * mt.ss.gamma_07;
     if (!(limit > 0.0) || !(gamma > limit)) return 1.0;
     const double n = std::min(std::ceil(gamma / limit), 100.0);
@@ -209,42 +210,55 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     const HsMaterial mt = read_material(v.iModel, a.Props);
     const Point pt{a.Props, &mt, *a.iEl, *a.Int, *a.iTer, *a.IsUndr, io, &v};
 
-    copyrvec(a.StVar0, a.StVar, kNStat);
     *a.Pw = *a.Pw0;
     if (*a.IsUndr == 1) *a.Pw = *a.Pw0 + *a.BulkW * (a.dEps[0] + a.dEps[1] + a.dEps[2]);
 
+    // The state of the step lives in two buffers that take turns: each
+    // sub-increment starts from the state the previous one wrote (the first
+    // from StVar0) and writes the other buffer. StVar receives the last.
     Vec6 sig0, sig;
-    double sv0[kNStat], sv[kNStat];
+    double buf[2][kNStat];
+    const double* sv0 = a.StVar0;
+    double* sv = buf[0];
     copyrvec(a.Sig0, sig0.data(), 6);
-    copyrvec(a.StVar0, sv0, kNStat);
     int npi = 1;
     int iPlast = 0;
+    const auto next = [&] {
+        sig0 = sig;
+        sv0 = sv;
+        sv = sv == buf[0] ? buf[1] : buf[0];
+    };
 
     const Vec6 de = deviatoric(a.dEps);
-    if (modul(de.data()) > 0.01 * modul(a.dEps)) {
-        const double step = sub_fraction(mt, a.dEps);
+    const double nde = modul(de.data());
+    const double nd = modul(a.dEps);
+    if (nde > 0.01 * nd) {
+        const double step = sub_fraction(mt, nde);
         double remaining = 1.0;
         for (int it = 1; remaining > 0.001; ++it) {
             double fraction = std::min(step, remaining);
             if (remaining - fraction <= 0.001) fraction = remaining;
             Vec6 dEps;
             for (int i = 1; i <= 6; ++i) dEps(i) = fraction * a.dEps[i - 1];
-            sub_increment(pt, sig0.data(), sv0, dEps.data(), sig.data(), sv, a.D, npi, iPlast);
-            sig0 = sig;
-            copyrvec(sv, sv0, kNStat);
+            // A whole increment is the host's: its norms are those above.
+            const Norms n = fraction == 1.0 ? Norms{de, nde, nd, true} : Norms{};
+            sub_increment(pt, sig0.data(), sv0, dEps.data(), n, sig.data(), sv, a.D, npi, iPlast);
+            next();
             remaining = remaining - fraction;
         }
     } else {
-        sub_increment(pt, sig0.data(), sv0, a.dEps, sig.data(), sv, a.D, npi, iPlast);
-        sig0 = sig;
-        copyrvec(sv, sv0, kNStat);
+        sub_increment(pt, sig0.data(), sv0, a.dEps, Norms{de, nde, nd, true}, sig.data(), sv, a.D,
+                      npi, iPlast);
+        next();
     }
     wriivl(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
 
-    // Observed secant and tangent shear moduli of the point.
+    // Observed secant and tangent shear moduli of the point (sv0 is the
+    // buffer the last sub-increment wrote).
+    double* out = const_cast<double*>(sv0);
     const double tm = tau_m(sig0.data());
-    const double gm = gamma_m(at(sv0, m2::sv::eps));
-    const State S(sv0);
+    const double gm = gamma_m(at(out, m2::sv::eps));
+    const State S(out);
     if (gm > 1e-07) S(m2::sv::Gs_obs) = tm / gm;
     const double tm0 = tau_m(a.Sig0);
     const double gm0 = gamma_m(at(a.StVar0, m2::sv::eps));
@@ -252,7 +266,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
         S(m2::sv::Gt_obs) = std::abs(tm - tm0) / std::abs(gm - gm0);
 
     copyrvec(sig0.data(), a.Sig, 6);
-    copyrvec(sv0, a.StVar, kNStat);
+    std::memcpy(a.StVar, out, sizeof(double) * kNStat);
     *a.iPlast = iPlast;
 }
 

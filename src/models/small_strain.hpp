@@ -52,6 +52,16 @@ struct Point {
     const Variant* var;
 };
 
+// The deviatoric part of a strain increment and the norms of both parts,
+// when the caller has them already (known); otherwise they are computed
+// from the increment.
+struct Norms {
+    Vec6 de;          // deviatoric part
+    double nde = 0.0;  // its norm
+    double nd = 0.0;   // norm of the whole increment
+    bool known = false;
+};
+
 // The stiffness of one sub-increment, as the elastic predictor uses it.
 struct Stiffness {
     double K = 0.0;              // bulk modulus of the elastic matrix
@@ -61,7 +71,9 @@ struct Stiffness {
     int npi = 1;                 // 1 linear, 0 non-linear
     bool real = false;           // a deviatoric increment large enough for the memory
     double gamma_alfa_ur = 0.0;  // cut-off strain of the step
+    Vec6 e_new;                  // deviatoric strain at the end of the increment
     Vec6 rel;                    // deviatoric strain since the reversal, end of the increment
+    double nrel = 0.0;           // its norm
 };
 
 // Deviatoric part of a strain vector (normal entries less a third of the
@@ -71,9 +83,10 @@ Vec6 deviatoric(const double* e);
 // Small-strain stiffness of one sub-increment (strain measures, history,
 // change of G0, reference-modulus bookkeeping, choice of law, npi, new
 // cycle). Reads the start state sv0, writes the step's state sv (positions
-// 3 to 15, 22 to 62). p is the floored mean stress, p_raw the unfloored one.
+// 3 to 15, 22 to 62). p is the floored mean stress, p_raw the unfloored one;
+// n holds the norms of dEps when the caller knows them.
 Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const double* dEps,
-                                 const double* sv0, double* sv);
+                                 const Norms& n, const double* sv0, double* sv);
 
 // Cycle closure at the end of a sub-increment: tests the stored levels
 // against the strain travelled since the reversal, restores the history

@@ -37,6 +37,15 @@ Vec6 load6(const double* sv, int first) {
 
 void store6(double* sv, int first, const Vec6& x) { copyrvec(x.data(), at(sv, first), 6); }
 
+// The unit vector of v whose norm r is known: v / r when r exceeds 1e-10,
+// else zero (norm's rule).
+Vec6 unit(const Vec6& v, double r) {
+    Vec6 u;
+    if (r > 1e-10)
+        for (int i = 0; i < 6; ++i) u.v[i] = v.v[i] / r;
+    return u;
+}
+
 // a + fb b, one addvec.
 Vec6 combine(const Vec6& a, const Vec6& b, double fa, double fb) {
     Vec6 c;
@@ -107,10 +116,12 @@ struct Step {
     double G0 = 0.0, gamma_07 = 0.0, gamma_alfa_ur = 0.0;
     // Strain measures.
     Vec6 de, eps_old, eps_new, e_old, e_new, e_R, rel_old, H, Hn, rel;
-    double nde = 0.0, nd = 0.0, gamma_oct_DR = 0.0, h = 0.0, h_cap = 0.0;
+    double nde = 0.0, nd = 0.0, nrel_old = 0.0, gamma_oct_DR = 0.0, h = 0.0, h_cap = 0.0;
+    double nrel = 0.0;
     double gamma_oct_H_new = 0.0, gamma_oct_DR_new = 0.0;
     // Cosines and the history factor.
     double cosine = 1.0, cos_H = 1.0, factor = 0.0, threshold = -0.01, r = 0.0;
+    double r100 = 0.0;  // r^100 (r = 0 for an empty history)
     // G0 and the applied moduli.
     double d = 0.0, G0d = 0.0, G0n = 0.0, Gs_hist = 0.0, G = 0.0, K = 0.0;
 };
@@ -133,11 +144,17 @@ void step_moduli(const Point& pt, double p, const double* sv0, Step& w) {
 
 // Strain measures: the deviatoric increment, the present deviatoric
 // strain, the strain since the reversal and the history vector.
-void strain_measures(const Point& pt, const double* dEps, const double* sv0, double* sv,
-                     Step& w, Stiffness& st) {
-    w.de = deviatoric(dEps);
-    w.nde = modul(w.de.data());
-    w.nd = modul(dEps);
+void strain_measures(const Point& pt, const double* dEps, const Norms& n, const double* sv0,
+                     double* sv, Step& w, Stiffness& st) {
+    if (n.known) {
+        w.de = n.de;
+        w.nde = n.nde;
+        w.nd = n.nd;
+    } else {
+        w.de = deviatoric(dEps);
+        w.nde = modul(w.de.data());
+        w.nd = modul(dEps);
+    }
     st.real = w.nde > 0.01 * w.nd && w.nde > 1e-12;
 
     w.eps_old = load6(sv0, m2::sv::eps);
@@ -147,7 +164,8 @@ void strain_measures(const Point& pt, const double* dEps, const double* sv0, dou
     w.e_new = deviatoric(w.eps_new.data());
     w.e_R = load6(sv0, m2::sv::eR1);
     w.rel_old = combine(w.e_old, w.e_R, 1.0, -1.0);
-    w.gamma_oct_DR = kOct * modul(w.rel_old.data());
+    w.nrel_old = modul(w.rel_old.data());
+    w.gamma_oct_DR = kOct * w.nrel_old;
     wrival(pt.io, "gamma_oct_DR", w.gamma_oct_DR);
 
     w.H = load6(sv0, m2::sv::H);
@@ -157,10 +175,9 @@ void strain_measures(const Point& pt, const double* dEps, const double* sv0, dou
 // 1. Direction cosines.
 void direction_cosines(const Point& pt, State S, Step& w) {
     if (pt.iTer != 0 && w.nde >= 0.01 * w.nd && w.nde >= 1e-12 && w.gamma_oct_DR >= 1e-08) {
-        Vec6 u, uR, uH;
-        norm(w.de.data(), u.data());
-        norm(w.rel_old.data(), uR.data());
-        norm(w.H.data(), uH.data());
+        const Vec6 u = unit(w.de, w.nde);
+        const Vec6 uR = unit(w.rel_old, w.nrel_old);
+        const Vec6 uH = unit(w.H, w.h);
         w.cosine = dinprod(u.data(), uR.data(), 6);
         w.cos_H = dinprod(u.data(), uH.data(), 6);
     }
@@ -171,7 +188,8 @@ void direction_cosines(const Point& pt, State S, Step& w) {
 void history_factor(State S, Step& w) {
     if (!(w.h < 1e-10)) {
         w.r = std::min(kOct * w.h, w.gamma_alfa_ur) / w.gamma_alfa_ur;
-        w.factor = 1.0 / ((w.nde / w.h) * (1.0 - std::pow(w.r, 100.0)) + 1.0);
+        w.r100 = std::pow(w.r, 100.0);
+        w.factor = 1.0 / ((w.nde / w.h) * (1.0 - w.r100) + 1.0);
         w.threshold = w.factor - 0.01;
     }
     S(m2::sv::f_H) = w.factor;
@@ -186,7 +204,7 @@ void new_cycle(const Point& pt, const double* sv0, double* sv, Step& w) {
     // The branch length is stored a relative 1e-9 short, so that a path
     // that comes back exactly to the reversal closes its cycle whatever
     // the rounding of the accumulated strains.
-    const double branch = modul(w.rel_old.data()) * (1.0 - 1e-9);
+    const double branch = w.nrel_old * (1.0 - 1e-9);
     const Vec6 ee = deviatoric(at(sv0, m2::sv::eps_el));
     if (!var.guardedMemory || branch > 1e-10)
         push_level(var, sv, w.h, w.gamma_alfa_ur, branch, modul(ee.data()));
@@ -198,22 +216,25 @@ void new_cycle(const Point& pt, const double* sv0, double* sv, Step& w) {
 // 3. History update.
 void history_update(const Point& pt, const Stiffness& st, State S, double* sv, Step& w) {
     w.Hn = w.H;
+    double hHn = w.h;  // norm of the new history
     if (st.real) {
         if (w.cos_H <= 0.0 && w.cos_H <= w.threshold) {
             w.Hn = w.de;  // a reversal against the history starts it afresh
         } else {
-            Vec6 nH;
-            norm(w.H.data(), nH.data());
-            const double along = (w.h - w.nde * std::pow(w.r, 100.0)) * w.cos_H;
+            const Vec6 nH = unit(w.H, w.h);
+            const double along = (w.h - w.nde * w.r100) * w.cos_H;
             w.Hn = combine(w.de, nH, 1.0, along);
         }
         for (int i = 1; i <= 6; ++i)
             if (std::abs(w.Hn(i) - w.H(i)) < 1e-10) w.Hn(i) = w.H(i);
-        const double hn = modul(w.Hn.data());
-        if (kOct * hn > w.gamma_alfa_ur) mulvec(w.Hn.data(), (w.gamma_alfa_ur / kOct) / hn, 6);
+        hHn = modul(w.Hn.data());
+        if (kOct * hHn > w.gamma_alfa_ur) {
+            mulvec(w.Hn.data(), (w.gamma_alfa_ur / kOct) / hHn, 6);
+            hHn = modul(w.Hn.data());
+        }
     }
     store6(sv, m2::sv::H, w.Hn);
-    w.gamma_oct_H_new = std::min(kOct * modul(w.Hn.data()), w.gamma_alfa_ur);
+    w.gamma_oct_H_new = std::min(kOct * hHn, w.gamma_alfa_ur);
     S(m2::sv::gamma_oct_H) = w.gamma_oct_H_new;
     wrival(pt.io, "gamma_oct_H_new", w.gamma_oct_H_new);
 }
@@ -243,7 +264,8 @@ void reference_modulus(const Point& pt, const Stiffness& st, const double* sv0, 
     const View S0(sv0);
     const int io = pt.io;
     w.rel = combine(w.e_new, w.e_R, 1.0, -1.0);
-    w.gamma_oct_DR_new = kOct * modul(w.rel.data());
+    w.nrel = modul(w.rel.data());
+    w.gamma_oct_DR_new = kOct * w.nrel;
     const double ga = w.gamma_oct_DR;
     const double gb = w.gamma_oct_DR_new;
     const double gc = w.gamma_alfa_ur;
@@ -370,13 +392,13 @@ void secant_update(const Point& pt, double p, const double* dEps, const Step& w,
 }  // namespace
 
 Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const double* dEps,
-                                 const double* sv0, double* sv) {
+                                 const Norms& n, const double* sv0, double* sv) {
     State S{sv};
     Stiffness st;
     Step w;
     step_moduli(pt, p, sv0, w);
     st.gamma_alfa_ur = w.gamma_alfa_ur;
-    strain_measures(pt, dEps, sv0, sv, w, st);
+    strain_measures(pt, dEps, n, sv0, sv, w, st);
     direction_cosines(pt, S, w);
     history_factor(S, w);
     new_cycle(pt, sv0, sv, w);
@@ -391,7 +413,9 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     if (st.npi == 0) secant_update(pt, p, dEps, w, st);
     st.K = w.K;
     st.G = w.G;
+    st.e_new = w.e_new;
     st.rel = w.rel;
+    st.nrel = w.nrel;
     return st;
 }
 
@@ -412,13 +436,14 @@ bool closes(const Variant& var, double* sv, int i, int n, double gamma_oct_DR_ne
 // on the branch that reached it. The history takes the amplitude it had
 // there, the reversal strain moves back to that branch's origin, both
 // levels of the cycle pop. Returns the new distance from the reversal.
-double close_cycle(const Variant& var, const Stiffness& st, double* sv, int i, const Vec6& e_new,
-                   const Vec6& rel) {
+double close_cycle(const Variant& var, const Stiffness& st, double* sv, int i) {
     State S{sv};
+    const Vec6& e_new = st.e_new;
+    const Vec6& rel = st.rel;
     const double below = i > 1 ? xE_M(sv, i - 1) : 0.0;
     const double L_prev = xE_M(sv, i) - below;
     const double L_cycle = xE_M(sv, i + 1) - xE_M(sv, i);
-    const double nr = modul(rel.data());
+    const double nr = st.nrel;
     const double target = L_prev + std::max(nr - L_cycle, 0.0);
 
     Vec6 H = load6(sv, m2::sv::H);
@@ -464,10 +489,9 @@ void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
     const Variant& var = *pt.var;
     const int io = pt.io;
     State S{sv};
-    const Vec6 e_new = deviatoric(at(sv, m2::sv::eps));
-    const Vec6 e_R = load6(sv, m2::sv::eR1);
-    const Vec6 rel = combine(e_new, e_R, 1.0, -1.0);
-    double gamma_oct_DR_new = kOct * modul(rel.data());
+    // The strain since the reversal is the stiffness's: the accumulated
+    // strain and the reversal strain in sv are the ones it wrote.
+    double gamma_oct_DR_new = kOct * st.nrel;
 
     if (st.real) {
         int n = 0;  // stored levels, counted from the first
@@ -480,7 +504,7 @@ void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
             message(io,
                     "TIENE LUGAR UN CIERRE DE CICLO. (xE_M(i-1)>gamma_oct_DR_new>xE_M(i), "
                     "con xE_M(i)>1d-10)");
-            gamma_oct_DR_new = close_cycle(var, st, sv, i, e_new, rel);
+            gamma_oct_DR_new = close_cycle(var, st, sv, i);
             break;
         }
     }
