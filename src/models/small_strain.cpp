@@ -85,8 +85,6 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
 
     // Elastic predictor.
     Matriz6_NL(D, st.K, st.G);
-    Mat3 D3;
-    Matriz3_NL(D3.data(), st.K, st.G);
     Vec6 dSig, sig_E;
     matvec(D, 6, dEps, 6, dSig.data());
     addvec(sig0, dSig.data(), 1.0, 1.0, 6, sig_E.data());
@@ -106,7 +104,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     const double R = std::max(View(sv)(m2::sv::G_ratio), 1.0);
     Vec3 Prs;
     int kernel = 0;
-    stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, D3, R);
+    stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, st.K, st.G, R);
     if (kernel != 0) iPlast = kernel;
     wrivec(io, "Las tensiones ppales al final de este paso de cálculo son Prs=", Prs.data(), 3);
     carsig(-Prs(1), -Prs(2), -Prs(3), xN[0], xN[1], xN[2], sig);
@@ -220,7 +218,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     double buf[2][kNStat];
     const double* sv0 = a.StVar0;
     double* sv = buf[0];
-    copyrvec(a.Sig0, sig0.data(), 6);
+    std::copy_n(a.Sig0, 6, sig0.data());
     int npi = 1;
     int iPlast = 0;
     const auto next = [&] {
@@ -265,7 +263,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     if (std::abs(gm - gm0) > 1e-10)
         S(m2::sv::Gt_obs) = std::abs(tm - tm0) / std::abs(gm - gm0);
 
-    copyrvec(sig0.data(), a.Sig, 6);
+    std::copy_n(sig0.data(), 6, a.Sig);
     std::memcpy(a.StVar, out, sizeof(double) * kNStat);
     *a.iPlast = iPlast;
 }

@@ -94,10 +94,11 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
 void cycle_closure(const Point& pt, const Stiffness& st, double* sv);
 
 // The return mapping of one trial state: yield tests, kernel chain, area
-// correction. sv0 holds the hardening pair of the start, sv receives the
-// returned one; iPlast is written when a kernel runs (0 when elastic).
+// correction, the kernels' D3 from the moduli K and G of the trial. sv0 holds
+// the hardening pair of the start, sv receives the returned one; iPlast is
+// written when a kernel runs (0 when elastic).
 void stress_point(const Point& pt, const Vec3& Prs_0, const Vec3& Prs_E, Vec3& Prs,
-                  const double* sv0, double* sv, int& iPlast, const Mat3& D3, double R);
+                  const double* sv0, double* sv, int& iPlast, double K, double G, double R);
 
 // The host's call for model 2 or 4.
 void small_strain_model(const ModelArgs& a, const Variant& v);

@@ -31,11 +31,11 @@ double& xE_e_M(double* sv, int k) { return State(sv)(m2::sv::xE_e_M + k - 1); }
 
 Vec6 load6(const double* sv, int first) {
     Vec6 x;
-    copyrvec(at(sv, first), x.data(), 6);
+    std::copy_n(at(sv, first), 6, x.data());
     return x;
 }
 
-void store6(double* sv, int first, const Vec6& x) { copyrvec(x.data(), at(sv, first), 6); }
+void store6(double* sv, int first, const Vec6& x) { std::copy_n(x.data(), 6, at(sv, first)); }
 
 // The unit vector of v whose norm r is known: v / r when r exceeds 1e-10,
 // else zero (norm's rule).
