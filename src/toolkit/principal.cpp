@@ -37,8 +37,14 @@ void jacobi(const double* S, double threshold_factor, Mat3& A, Mat3* V) {
         (*V)(2, 2) = 1.0;
         (*V)(3, 3) = 1.0;
     }
+    // The largest magnitude: m is never NaN and never -0 (it starts at +0 and
+    // takes only magnitudes), so a plain comparison is fmax here, NaN
+    // entries skipped as fmax skips them.
     double m = 0.0;
-    for (int i = 0; i < 6; ++i) m = std::fmax(m, std::fabs(S[i]));
+    for (int i = 0; i < 6; ++i) {
+        const double a = std::fabs(S[i]);
+        if (a > m) m = a;
+    }
     const double t = m * threshold_factor;
 
     static constexpr int kPairs[3][2] = {{1, 2}, {2, 3}, {1, 3}};
