@@ -68,9 +68,12 @@ double tau_m(const double* sig) { return std::sqrt((1.0 / 3.0) * deviator_square
 double gamma_m(const double* eps) { return std::sqrt((4.0 / 3.0) * deviator_squares(eps)); }
 
 // One sub-increment: stiffness, elastic predictor, return mapping, strain
-// bookkeeping and cycle closure. sig0/sv0 at the start, sig/sv at the end.
+// bookkeeping and cycle closure. sig0/sv0 at the start, sig/sv at the end;
+// c holds what the previous sub-increment left and receives what this one
+// leaves when more follow.
 void sub_increment(const Point& pt, const double* sig0, const double* sv0, const double* dEps,
-                   const Norms& n, double* sig, double* sv, double* D, int& npi, int& iPlast) {
+                   const Norms& n, Carry& c, bool more, double* sig, double* sv, double* D,
+                   int& npi, int& iPlast) {
     const int io = pt.io;
     std::memcpy(sv, sv0, sizeof(double) * kNStat);
 
@@ -79,7 +82,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     const double p_raw = mean_stress(Prs_0);
     const double p = floored(p_raw);
 
-    const Stiffness st = small_strain_stiffness(pt, p, p_raw, dEps, n, sv0, sv);
+    const Stiffness st = small_strain_stiffness(pt, p, p_raw, dEps, n, c, sv0, sv);
     npi = st.npi;
     wriivl(io, npi == 1 ? "ELÁSTICO LINEAL, npi=" : "ELÁSTICO NO LINEAL, npi=", npi);
 
@@ -119,7 +122,9 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     double* eps_el = at(sv, m2::sv::eps_el);
     for (int i = 0; i < 6; ++i) eps_el[i] = eps_el[i] + (dEps[i] - dEpsPl.v[i]);
 
-    cycle_closure(pt, st, sv);
+    const bool closed = cycle_closure(pt, st, sv);
+    c.valid = more && !closed;
+    if (c.valid) c = Carry{true, st.e_new, st.rel, st.nrel, st.h};
 }
 
 // Sub-increments: each carries at most half the threshold strain
@@ -221,6 +226,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     std::copy_n(a.Sig0, 6, sig0.data());
     int npi = 1;
     int iPlast = 0;
+    Carry carry;
     const auto next = [&] {
         sig0 = sig;
         sv0 = sv;
@@ -240,13 +246,15 @@ void stress_task(const ModelArgs& a, const Variant& v) {
             for (int i = 1; i <= 6; ++i) dEps(i) = fraction * a.dEps[i - 1];
             // A whole increment is the host's: its norms are those above.
             const Norms n = fraction == 1.0 ? Norms{de, nde, nd, true} : Norms{};
-            sub_increment(pt, sig0.data(), sv0, dEps.data(), n, sig.data(), sv, a.D, npi, iPlast);
+            const bool more = fraction != remaining;
+            sub_increment(pt, sig0.data(), sv0, dEps.data(), n, carry, more, sig.data(), sv, a.D,
+                          npi, iPlast);
             next();
             remaining = remaining - fraction;
         }
     } else {
-        sub_increment(pt, sig0.data(), sv0, a.dEps, Norms{de, nde, nd, true}, sig.data(), sv, a.D,
-                      npi, iPlast);
+        sub_increment(pt, sig0.data(), sv0, a.dEps, Norms{de, nde, nd, true}, carry, false,
+                      sig.data(), sv, a.D, npi, iPlast);
         next();
     }
     wriivl(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);

@@ -62,6 +62,18 @@ struct Norms {
     bool known = false;
 };
 
+// What a sub-increment leaves to the next: the strain since the reversal at
+// its end and the norm of the history vector it stored, which the next one
+// would compute again from the same state. Not valid after a cycle closure
+// (it rewrites the history and the reversal strains) nor for the first.
+struct Carry {
+    bool valid = false;
+    Vec6 e;            // deviatoric part of the accumulated strain
+    Vec6 rel;          // e less the reversal strain
+    double nrel = 0.0;  // norm of rel
+    double h = 0.0;     // norm of the history vector
+};
+
 // The stiffness of one sub-increment, as the elastic predictor uses it.
 struct Stiffness {
     double K = 0.0;              // bulk modulus of the elastic matrix
@@ -74,6 +86,7 @@ struct Stiffness {
     Vec6 e_new;                  // deviatoric strain at the end of the increment
     Vec6 rel;                    // deviatoric strain since the reversal, end of the increment
     double nrel = 0.0;           // its norm
+    double h = 0.0;              // norm of the history vector stored
 };
 
 // Deviatoric part of a strain vector (normal entries less a third of the
@@ -84,14 +97,16 @@ Vec6 deviatoric(const double* e);
 // change of G0, reference-modulus bookkeeping, choice of law, npi, new
 // cycle). Reads the start state sv0, writes the step's state sv (positions
 // 3 to 15, 22 to 62). p is the floored mean stress, p_raw the unfloored one;
-// n holds the norms of dEps when the caller knows them.
+// n holds the norms of dEps when the caller knows them, c what the previous
+// sub-increment left.
 Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const double* dEps,
-                                 const Norms& n, const double* sv0, double* sv);
+                                 const Norms& n, const Carry& c, const double* sv0, double* sv);
 
 // Cycle closure at the end of a sub-increment: tests the stored levels
 // against the strain travelled since the reversal, restores the history
-// and the reversal strains of a closed cycle and pops its levels.
-void cycle_closure(const Point& pt, const Stiffness& st, double* sv);
+// and the reversal strains of a closed cycle and pops its levels. True when
+// a cycle closed.
+bool cycle_closure(const Point& pt, const Stiffness& st, double* sv);
 
 // The return mapping of one trial state: yield tests, kernel chain, area
 // correction, the kernels' D3 from the moduli K and G of the trial. sv0 holds

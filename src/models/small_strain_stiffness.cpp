@@ -117,7 +117,7 @@ struct Step {
     // Strain measures.
     Vec6 de, eps_old, eps_new, e_old, e_new, e_R, rel_old, H, Hn, rel;
     double nde = 0.0, nd = 0.0, nrel_old = 0.0, gamma_oct_DR = 0.0, h = 0.0, h_cap = 0.0;
-    double nrel = 0.0;
+    double nrel = 0.0, hHn = 0.0;
     double gamma_oct_H_new = 0.0, gamma_oct_DR_new = 0.0;
     // Cosines and the history factor.
     double cosine = 1.0, cos_H = 1.0, factor = 0.0, threshold = -0.01, r = 0.0;
@@ -144,8 +144,8 @@ void step_moduli(const Point& pt, double p, const double* sv0, Step& w) {
 
 // Strain measures: the deviatoric increment, the present deviatoric
 // strain, the strain since the reversal and the history vector.
-void strain_measures(const Point& pt, const double* dEps, const Norms& n, const double* sv0,
-                     double* sv, Step& w, Stiffness& st) {
+void strain_measures(const Point& pt, const double* dEps, const Norms& n, const Carry& c,
+                     const double* sv0, double* sv, Step& w, Stiffness& st) {
     if (n.known) {
         w.de = n.de;
         w.nde = n.nde;
@@ -160,16 +160,22 @@ void strain_measures(const Point& pt, const double* dEps, const Norms& n, const 
     w.eps_old = load6(sv0, m2::sv::eps);
     addvec(w.eps_old.data(), dEps, 1.0, 1.0, 6, w.eps_new.data());
     store6(sv, m2::sv::eps, w.eps_new);
-    w.e_old = deviatoric(w.eps_old.data());
     w.e_new = deviatoric(w.eps_new.data());
     w.e_R = load6(sv0, m2::sv::eR1);
-    w.rel_old = combine(w.e_old, w.e_R, 1.0, -1.0);
-    w.nrel_old = modul(w.rel_old.data());
+    w.H = load6(sv0, m2::sv::H);
+    if (c.valid) {
+        w.e_old = c.e;
+        w.rel_old = c.rel;
+        w.nrel_old = c.nrel;
+        w.h = c.h;
+    } else {
+        w.e_old = deviatoric(w.eps_old.data());
+        w.rel_old = combine(w.e_old, w.e_R, 1.0, -1.0);
+        w.nrel_old = modul(w.rel_old.data());
+        w.h = modul(w.H.data());
+    }
     w.gamma_oct_DR = kOct * w.nrel_old;
     wrival(pt.io, "gamma_oct_DR", w.gamma_oct_DR);
-
-    w.H = load6(sv0, m2::sv::H);
-    w.h = modul(w.H.data());
 }
 
 // 1. Direction cosines.
@@ -234,6 +240,7 @@ void history_update(const Point& pt, const Stiffness& st, State S, double* sv, S
         }
     }
     store6(sv, m2::sv::H, w.Hn);
+    w.hHn = hHn;
     w.gamma_oct_H_new = std::min(kOct * hHn, w.gamma_alfa_ur);
     S(m2::sv::gamma_oct_H) = w.gamma_oct_H_new;
     wrival(pt.io, "gamma_oct_H_new", w.gamma_oct_H_new);
@@ -392,13 +399,13 @@ void secant_update(const Point& pt, double p, const double* dEps, const Step& w,
 }  // namespace
 
 Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const double* dEps,
-                                 const Norms& n, const double* sv0, double* sv) {
+                                 const Norms& n, const Carry& c, const double* sv0, double* sv) {
     State S{sv};
     Stiffness st;
     Step w;
     step_moduli(pt, p, sv0, w);
     st.gamma_alfa_ur = w.gamma_alfa_ur;
-    strain_measures(pt, dEps, n, sv0, sv, w, st);
+    strain_measures(pt, dEps, n, c, sv0, sv, w, st);
     direction_cosines(pt, S, w);
     history_factor(S, w);
     new_cycle(pt, sv0, sv, w);
@@ -416,6 +423,7 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     st.e_new = w.e_new;
     st.rel = w.rel;
     st.nrel = w.nrel;
+    st.h = w.hHn;
     return st;
 }
 
@@ -485,13 +493,14 @@ double close_cycle(const Variant& var, const Stiffness& st, double* sv, int i) {
 
 }  // namespace
 
-void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
+bool cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
     const Variant& var = *pt.var;
     const int io = pt.io;
     State S{sv};
     // The strain since the reversal is the stiffness's: the accumulated
     // strain and the reversal strain in sv are the ones it wrote.
     double gamma_oct_DR_new = kOct * st.nrel;
+    bool closed = false;
 
     if (st.real) {
         int n = 0;  // stored levels, counted from the first
@@ -505,6 +514,7 @@ void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
                     "TIENE LUGAR UN CIERRE DE CICLO. (xE_M(i-1)>gamma_oct_DR_new>xE_M(i), "
                     "con xE_M(i)>1d-10)");
             gamma_oct_DR_new = close_cycle(var, st, sv, i);
+            closed = true;
             break;
         }
     }
@@ -513,6 +523,7 @@ void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
     wrivec(io, "xH_M(n+1)", at(sv, m2::sv::xH_M), m2::sv::nLevels);
     wrivec(io, "xE_M(n+1)", at(sv, m2::sv::xE_M), m2::sv::nLevels);
     wrivec(io, "xE_e_M(n+1)", at(sv, m2::sv::xE_e_M), m2::sv::nLevels);
+    return closed;
 }
 
 }  // namespace tervak::ss
