@@ -433,9 +433,10 @@ namespace {
 // reversal: the running branch has come back the length of the branch
 // R_i -> R_(i+1), tested for the innermost stored pair.
 bool closes(const Variant& var, double* sv, int i, int n, double gamma_oct_DR_new) {
+    if (i + 1 != n) return false;  // only the innermost stored pair
     const double Delta = kOct * (xE_M(sv, i) - xE_M(sv, i + 1));
     bool c = -Delta <= gamma_oct_DR_new && std::abs(Delta) <= std::abs(gamma_oct_DR_new) &&
-             std::abs(xE_M(sv, i + 1)) > 1e-10 && i + 1 == n;
+             std::abs(xE_M(sv, i + 1)) > 1e-10;
     if (var.guardedMemory) c = c && std::abs(xE_M(sv, i)) > 1e-10;
     return c;
 }
