@@ -266,10 +266,9 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     const double gm = gamma_m(at(out, m2::sv::eps));
     const State S(out);
     if (gm > 1e-07) S(m2::sv::Gs_obs) = tm / gm;
-    const double tm0 = tau_m(a.Sig0);
     const double gm0 = gamma_m(at(a.StVar0, m2::sv::eps));
     if (std::abs(gm - gm0) > 1e-10)
-        S(m2::sv::Gt_obs) = std::abs(tm - tm0) / std::abs(gm - gm0);
+        S(m2::sv::Gt_obs) = std::abs(tm - tau_m(a.Sig0)) / std::abs(gm - gm0);
 
     std::copy_n(sig0.data(), 6, a.Sig);
     std::memcpy(a.StVar, out, sizeof(double) * kNStat);
