@@ -37,6 +37,37 @@ double mean_stress(const Vec3& Prs) { return (Prs(1) + Prs(2) + Prs(3)) / 3.0; }
 
 double floored(double p) { return p <= 1.0 ? 1.0 : p; }
 
+// True when no entry is infinite or NaN.
+bool finite(const double* x, int n) {
+    bool ok = true;
+    for (int i = 0; i < n; ++i) ok = ok & std::isfinite(x[i]);
+    return ok;
+}
+
+// D x for a matrix D of Matriz6_NL (column-major 6x6; its entries are the
+// normal diagonal D(1,1), the normal off-diagonal D(1,2), the shear modulus
+// D(4,4) and zeros): each entry a sum from zero over the columns in
+// ascending order, the operations of matvec. Written out at its fixed size
+// when D and x are finite; there the only NaN that can arise is the
+// processor's default one, so the compiler's choice of operand order cannot
+// change a bit. Otherwise matvec does it.
+Vec6 times6(const double* D, const double* x) {
+    Vec6 y;
+    const double distinct[3] = {D[0], D[6], D[21]};
+    if (!finite(distinct, 3) || !finite(x, 6)) {
+        matvec(D, 6, x, 6, y.data());
+        return y;
+    }
+#pragma GCC unroll 6
+    for (int i = 0; i < 6; ++i) {
+        double s = 0.0;
+#pragma GCC unroll 6
+        for (int j = 0; j < 6; ++j) s = s + D[i + 6 * j] * x[j];
+        y.v[i] = s;
+    }
+    return y;
+}
+
 // Strain of an isotropic material of moduli K, G under the stress x
 // (engineering shear strains out).
 Vec6 compliance(double K, double G, const double* x) {
@@ -88,14 +119,13 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
 
     // Elastic predictor.
     Matriz6_NL(D, st.K, st.G);
-    Vec6 dSig, sig_E;
-    matvec(D, 6, dEps, 6, dSig.data());
+    const Vec6 dSig = times6(D, dEps);
+    Vec6 sig_E;
     addvec(sig0, dSig.data(), 1.0, 1.0, 6, sig_E.data());
     if (npi == 0) {
         double dD[36];
         Matriz6_NL(dD, st.dK, st.dG);
-        Vec6 dSec;
-        matvec(dD, 6, st.rel.data(), 6, dSec.data());
+        const Vec6 dSec = times6(dD, st.rel.data());
         addvec(sig_E.data(), dSec.data(), 1.0, 1.0, 6, sig_E.data());
     }
 
