@@ -2,6 +2,7 @@
 
 #include <cmath>
 
+#include "toolkit/algebra.hpp"
 #include "toolkit/types.hpp"
 #include "toolkit/usrlib.hpp"
 
@@ -172,8 +173,20 @@ void carsig(double S1, double S2, double S3, const double* xN1, const double* xN
             E(i, j) = cols[j - 1][i - 1];
             Et(j, i) = cols[j - 1][i - 1];
         }
-    matmat(Sd.data(), 3, Et.data(), 3, 3, 3, 3, T.data(), 3);
-    matmat(E.data(), 3, T.data(), 3, 3, 3, 3, B.data(), 3);
+    // E (Sd Et), each product matmat's operations. With finite values and
+    // directions the only NaN that can arise is the processor's default one,
+    // so the inline products give matmat's bits whatever operand order the
+    // compiler picks; anything else goes through matmat itself.
+    bool finite = std::isfinite(S1) && std::isfinite(S2) && std::isfinite(S3);
+    for (int k = 0; k < 3; ++k)
+        finite = finite && std::isfinite(xN1[k]) && std::isfinite(xN2[k]) && std::isfinite(xN3[k]);
+    if (finite) {
+        T = Sd * Et;
+        B = E * T;
+    } else {
+        matmat(Sd.data(), 3, Et.data(), 3, 3, 3, 3, T.data(), 3);
+        matmat(E.data(), 3, T.data(), 3, 3, 3, 3, B.data(), 3);
+    }
     Sig[0] = B(1, 1);
     Sig[1] = B(2, 2);
     Sig[2] = B(3, 3);
