@@ -28,7 +28,7 @@ void header(const ModelArgs& a, int io) {
     if (io < 1) return;
     ListRecord() << "IDTask:" << *a.IDTask << "iEl:" << *a.iEl << "Int:" << *a.Int
                  << "iStep:" << *a.iStep << "iTer:" << *a.iTer << ListRecord::end;
-    wriivl(io, "IsUndr", *a.IsUndr);
+    trace(io, "IsUndr", *a.IsUndr);
     say("____________________________________________________________");
 }
 
@@ -109,13 +109,13 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     std::memcpy(sv, sv0, sizeof(double) * kNStat);
 
     const Vec3 Prs_0 = compression_triple(sig0);
-    wrivec(io, "Prs_0", Prs_0.data(), 3);
+    trace(io, "Prs_0", Prs_0.data(), 3);
     const double p_raw = mean_stress(Prs_0);
     const double p = floored(p_raw);
 
     const Stiffness st = small_strain_stiffness(pt, p, p_raw, dEps, n, c, sv0, sv);
     npi = st.npi;
-    wriivl(io, npi == 1 ? "ELÁSTICO LINEAL, npi=" : "ELÁSTICO NO LINEAL, npi=", npi);
+    trace(io, npi == 1 ? "ELÁSTICO LINEAL, npi=" : "ELÁSTICO NO LINEAL, npi=", npi);
 
     // Elastic predictor.
     Matriz6_NL(D, st.K, st.G);
@@ -131,7 +131,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
 
     double xN[3][3];
     const Vec3 Prs_E = compression_triple(sig_E.data(), xN);
-    wrivec(io, "Prs_E", Prs_E.data(), 3);
+    trace(io, "Prs_E", Prs_E.data(), 3);
 
     // Return mapping with the modulus ratio floored at 1.
     const double R = std::max(View(sv)(m2::sv::G_ratio), 1.0);
@@ -139,7 +139,7 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     int kernel = 0;
     stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, st.K, st.G, R);
     if (kernel != 0) iPlast = kernel;
-    wrivec(io, "Las tensiones ppales al final de este paso de cálculo son Prs=", Prs.data(), 3);
+    trace(io, "Las tensiones ppales al final de este paso de cálculo son Prs=", Prs.data(), 3);
     carsig(-Prs(1), -Prs(2), -Prs(3), xN[0], xN[1], xN[2], sig);
 
     // Elastic strain: the increment less the plastic strain of the return.
@@ -287,7 +287,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
                       sig.data(), sv, a.D, npi, iPlast);
         next();
     }
-    wriivl(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
+    trace(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
 
     // Observed secant and tangent shear moduli of the point (sv0 is the
     // buffer the last sub-increment wrote).
@@ -315,7 +315,7 @@ void small_strain_model(const ModelArgs& a, const Variant& v) {
         case 6: elastic_stiffness(a, v); break;
         case 4:
             *a.nStat = kNStat;
-            wriivl(io, "nStat", *a.nStat);
+            trace(io, "nStat", *a.nStat);
             break;
         case 5:
             *a.NonSym = 0;

@@ -7,10 +7,13 @@
 // one implementation, configured by a Variant.
 #pragma once
 
+#include <string_view>
+
 #include "models/models.hpp"
 #include "models/parameters.hpp"
 #include "toolkit/material.hpp"
 #include "toolkit/types.hpp"
+#include "toolkit/writers.hpp"
 
 namespace tervak::ss {
 
@@ -29,6 +32,18 @@ inline constexpr Variant kModel4{4, 1e-08, -10.0, true, true};
 // The one stress point that prints diagnostics (also the kernels' trace point).
 inline constexpr int kElDbg = 11;
 inline constexpr int kIntDbg = 4;
+
+// The writers on the diagnostic unit io, called only at the printing point
+// (io >= 1): elsewhere not even the call is made.
+inline void trace(int io, std::string_view label, double x) {
+    if (io >= 1) wrival(io, label, x);
+}
+inline void trace(int io, std::string_view label, int k) {
+    if (io >= 1) wriivl(io, label, k);
+}
+inline void trace(int io, std::string_view label, const double* v, int n) {
+    if (io >= 1) wrivec(io, label, v, n);
+}
 
 inline constexpr int kNStat = m2::sv::nStat;
 

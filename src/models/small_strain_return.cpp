@@ -50,10 +50,10 @@ void stress_point(const Point& pt, const Vec3& Prs_0, const Vec3& Prs_E, Vec3& P
     const Props S0(sv0);
     const Surfaces f{mt, S0(m2::sv::gamma_p), S0(m2::sv::p_p)};
     const sp::Trial tr = sp::trial(f, sp::kSmallStrain, Prs_E);
-    wrival(pt.io, "f13_hs", tr.f[0]);
-    wrival(pt.io, "f13_mc", tr.f[1]);
-    wrival(pt.io, "f_cap", tr.f[2]);
-    wrival(pt.io, "f13_trac", tr.f[3]);
+    trace(pt.io, "f13_hs", tr.f[0]);
+    trace(pt.io, "f13_mc", tr.f[1]);
+    trace(pt.io, "f_cap", tr.f[2]);
+    trace(pt.io, "f13_trac", tr.f[3]);
 
     sp::Context c;
     c.call.iEl = pt.iEl;

@@ -139,7 +139,7 @@ void step_moduli(const Point& pt, double p, const double* sv0, Step& w) {
     w.G0 = mt.ss_G0_bounded(S0(m2::sv::G0));
     w.gamma_07 = mt.ss.gamma_07;  // threshold strain of the hyperbola
     w.gamma_alfa_ur = mt.ss_cut_off_strain(w.G0, w.G_ur_ref);
-    wrival(pt.io, "gamma_alfa_ur", w.gamma_alfa_ur);
+    trace(pt.io, "gamma_alfa_ur", w.gamma_alfa_ur);
 }
 
 // Strain measures: the deviatoric increment, the present deviatoric
@@ -175,7 +175,7 @@ void strain_measures(const Point& pt, const double* dEps, const Norms& n, const 
         w.h = modul(w.H.data());
     }
     w.gamma_oct_DR = kOct * w.nrel_old;
-    wrival(pt.io, "gamma_oct_DR", w.gamma_oct_DR);
+    trace(pt.io, "gamma_oct_DR", w.gamma_oct_DR);
 }
 
 // 1. Direction cosines.
@@ -243,7 +243,7 @@ void history_update(const Point& pt, const Stiffness& st, State S, double* sv, S
     w.hHn = hHn;
     w.gamma_oct_H_new = std::min(kOct * hHn, w.gamma_alfa_ur);
     S(m2::sv::gamma_oct_H) = w.gamma_oct_H_new;
-    wrival(pt.io, "gamma_oct_H_new", w.gamma_oct_H_new);
+    trace(pt.io, "gamma_oct_H_new", w.gamma_oct_H_new);
 }
 
 // 4. Change of G0.
@@ -262,7 +262,7 @@ void change_of_G0(const Point& pt, State S, Step& w) {
     }
     w.G0n = std::min(std::max(w.G0d, pt.mt->ss.G0_min), pt.mt->ss.G0_ref);
     S(m2::sv::G0) = w.G0n;
-    wrival(pt.io, "d_Gs0_ap_alfa_H", w.d);
+    trace(pt.io, "d_Gs0_ap_alfa_H", w.d);
 }
 
 // 5. Reference modulus of the step (bookkeeping of the running minimum).
@@ -282,21 +282,21 @@ void reference_modulus(const Point& pt, const Stiffness& st, const double* sv0, 
         if (w.cos_H > 0.0)
             Gt_ap_ref = Gt_ap_ref /
                         (hyper(w.gamma_oct_H_new, w.gamma_07) * hyper(w.gamma_oct_H_new, w.gamma_07));
-        wrival(io, "Gt_ap_ref - caso 1", Gt_ap_ref);
+        trace(io, "Gt_ap_ref - caso 1", Gt_ap_ref);
     } else if (st.real) {
         if (ga >= gc && gb >= gc) {
             Gt_ap_ref = w.G_ur_ref;
-            wrival(io, "Gt_ap_ref - caso 4", Gt_ap_ref);
+            trace(io, "Gt_ap_ref - caso 4", Gt_ap_ref);
         } else if (ga < gc && gc < gb) {
             Gt_ap_ref = zero_weighted(w.G0 / hyper(gc, w.gamma_07)) * ga / std::abs(gb - ga) +
                         (gb - gc) * w.G_ur_ref / std::abs(gb - ga);
             Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::Gt_ap_ref));
-            wrival(io, "Gt_ap_ref - caso 3", Gt_ap_ref);
+            trace(io, "Gt_ap_ref - caso 3", Gt_ap_ref);
         } else {
             Gt_ap_ref =
                 std::abs(zero_weighted(w.G0 / hyper(w.gamma_oct_H_new, w.gamma_07)) * ga / (gb - ga));
             Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::Gt_ap_ref));
-            wrival(io, "Gt_ap_ref - caso 2", Gt_ap_ref);
+            trace(io, "Gt_ap_ref - caso 2", Gt_ap_ref);
         }
     }
     Gt_ap_ref = std::fmin(Gt_ap_ref, pt.mt->ss.G0_ref);
@@ -304,7 +304,7 @@ void reference_modulus(const Point& pt, const Stiffness& st, const double* sv0, 
     Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::G_ref_min));
     if (pt.var->boundedBookkeeping) Gt_ap_ref = std::fmax(Gt_ap_ref, w.G_ur_ref);
     S(m2::sv::G_ref_min) = Gt_ap_ref;
-    wrival(io, "StVar0(55)", S0(m2::sv::Gt_ap_ref));
+    trace(io, "StVar0(55)", S0(m2::sv::Gt_ap_ref));
 }
 
 // 6. Choice of law by the strain distance at the start of the step.
@@ -314,16 +314,16 @@ void choice_of_law(const Point& pt, Step& w) {
     if (w.gamma_oct_DR <= w.gamma_alfa_ur) {
         w.G = G0p / hyper(w.gamma_oct_DR, w.gamma_07);
         w.K = w.xKs;
-        wrival(io, "Gs_ap APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", w.G);
-        wrival(io, "xKs APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", w.K);
+        trace(io, "Gs_ap APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", w.G);
+        trace(io, "xKs APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", w.K);
     } else {
         const double Gs_cut = G0p / hyper(w.gamma_alfa_ur, w.gamma_07);
         const double Gt = (Gs_cut * w.gamma_alfa_ur + (w.gamma_oct_DR - w.gamma_alfa_ur) * w.G_ur_p) /
                           w.gamma_oct_DR;
         w.G = Gt;  // beyond the cut-off the step applies Gt and the tangent bulk modulus
         w.K = w.xKt;
-        wrival(io, "Gt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", Gt);
-        wrival(io, "xKt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", w.K);
+        trace(io, "Gt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", Gt);
+        trace(io, "xKt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", w.K);
     }
 }
 
@@ -333,7 +333,7 @@ void after_reversal(const Point& pt, State S, Step& w) {
     if (w.cosine < w.threshold && w.gamma_oct_DR > 1e-08) {
         w.G = w.Gs_hist;
         w.K = w.xKs;
-        wrival(pt.io, "Gs_ap APLICADO con gamma_oct_H_new tras reversión", w.G);
+        trace(pt.io, "Gs_ap APLICADO con gamma_oct_H_new tras reversión", w.G);
     }
     S(m2::sv::G_ap_ref) = w.G / w.s;
     S(m2::sv::Gs_H_ref) = w.Gs_hist / w.s;
@@ -521,9 +521,9 @@ bool cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
     }
     S(m2::sv::gamma_oct_DR) = gamma_oct_DR_new;
 
-    wrivec(io, "xH_M(n+1)", at(sv, m2::sv::xH_M), m2::sv::nLevels);
-    wrivec(io, "xE_M(n+1)", at(sv, m2::sv::xE_M), m2::sv::nLevels);
-    wrivec(io, "xE_e_M(n+1)", at(sv, m2::sv::xE_e_M), m2::sv::nLevels);
+    trace(io, "xH_M(n+1)", at(sv, m2::sv::xH_M), m2::sv::nLevels);
+    trace(io, "xE_M(n+1)", at(sv, m2::sv::xE_M), m2::sv::nLevels);
+    trace(io, "xE_e_M(n+1)", at(sv, m2::sv::xE_e_M), m2::sv::nLevels);
     return closed;
 }
 
