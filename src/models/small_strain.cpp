@@ -37,20 +37,23 @@ double mean_stress(const Vec3& Prs) { return (Prs(1) + Prs(2) + Prs(3)) / 3.0; }
 
 double floored(double p) { return p <= 1.0 ? 1.0 : p; }
 
-// True when no entry is infinite or NaN.
+// False when an entry is infinite or NaN (their sum is then infinite or
+// NaN); a sum that overflows says false too, which only costs the fast path.
 bool finite(const double* x, int n) {
-    bool ok = true;
-    for (int i = 0; i < n; ++i) ok = ok & std::isfinite(x[i]);
-    return ok;
+    double s = 0.0;
+    for (int i = 0; i < n; ++i) s = s + x[i];
+    return std::isfinite(s);
 }
 
-// D x for a matrix D of Matriz6_NL (column-major 6x6; its entries are the
-// normal diagonal D(1,1), the normal off-diagonal D(1,2), the shear modulus
-// D(4,4) and zeros): each entry a sum from zero over the columns in
-// ascending order, the operations of matvec. Written out at its fixed size
-// when D and x are finite; there the only NaN that can arise is the
-// processor's default one, so the compiler's choice of operand order cannot
-// change a bit. Otherwise matvec does it.
+// D x for a matrix D of Matriz6_NL (column-major 6x6: the normal block
+// holds the diagonal and off-diagonal entries, the shear diagonal the shear
+// modulus, every other entry is zero), with matvec's result: each entry the
+// sum from zero of D(i,j) x(j), j ascending. When D and x are finite it is
+// formed here: the products with the zero entries are +-0, and they leave
+// the running sum as it is, since that sum starts at +0 and a sum rounded to
+// nearest is -0 only when both of its terms are; the only NaN that can arise
+// is the processor's default one, so the compiler's operand order cannot
+// change a bit either. Otherwise matvec forms it.
 Vec6 times6(const double* D, const double* x) {
     Vec6 y;
     const double distinct[3] = {D[0], D[6], D[21]};
@@ -58,13 +61,15 @@ Vec6 times6(const double* D, const double* x) {
         matvec(D, 6, x, 6, y.data());
         return y;
     }
-#pragma GCC unroll 6
-    for (int i = 0; i < 6; ++i) {
+#pragma GCC unroll 3
+    for (int i = 0; i < 3; ++i) {
         double s = 0.0;
-#pragma GCC unroll 6
-        for (int j = 0; j < 6; ++j) s = s + D[i + 6 * j] * x[j];
+#pragma GCC unroll 3
+        for (int j = 0; j < 3; ++j) s = s + D[i + 6 * j] * x[j];
         y.v[i] = s;
     }
+#pragma GCC unroll 3
+    for (int i = 3; i < 6; ++i) y.v[i] = 0.0 + D[i + 6 * i] * x[i];
     return y;
 }
 
