@@ -177,10 +177,11 @@ void carsig(double S1, double S2, double S3, const double* xN1, const double* xN
     // directions the only NaN that can arise is the processor's default one,
     // so the inline products give matmat's bits whatever operand order the
     // compiler picks; anything else goes through matmat itself.
-    bool finite = std::isfinite(S1) && std::isfinite(S2) && std::isfinite(S3);
-    for (int k = 0; k < 3; ++k)
-        finite = finite && std::isfinite(xN1[k]) && std::isfinite(xN2[k]) && std::isfinite(xN3[k]);
-    if (finite) {
+    // (An infinite or NaN entry makes the sum of all of them infinite or
+    // NaN; a sum that overflows only sends finite values to matmat.)
+    double sum = (S1 + S2) + S3;
+    for (int k = 0; k < 3; ++k) sum = ((sum + xN1[k]) + xN2[k]) + xN3[k];
+    if (std::isfinite(sum)) {
         T = Sd * Et;
         B = E * T;
     } else {
