@@ -2,7 +2,6 @@
 
 #include <cmath>
 
-#include "toolkit/algebra.hpp"
 #include "toolkit/types.hpp"
 #include "toolkit/usrlib.hpp"
 
@@ -163,31 +162,47 @@ Vec3 compression_triple(const double* S, double (&xN)[3][3]) {
 
 void carsig(double S1, double S2, double S3, const double* xN1, const double* xN2,
             const double* xN3, double* Sig) {
+    const double* cols[3] = {xN1, xN2, xN3};
+    // An infinite or NaN entry makes the sum of all of them infinite or NaN
+    // (a sum that overflows only sends finite values the general way).
+    double sum = (S1 + S2) + S3;
+    for (int k = 0; k < 3; ++k) sum = ((sum + xN1[k]) + xN2[k]) + xN3[k];
+    if (std::isfinite(sum)) {
+        // E (Sd Et) with matmat's result, formed from the entries that count.
+        // Sd is diagonal: the products with its zero entries are +-0 and
+        // leave a running sum as it is (it starts at +0, and a sum rounded to
+        // nearest is -0 only when both terms are), so T(k,j) = 0 + S_k E(j,k).
+        // Of B = E T only the six returned entries are formed. With finite
+        // input the only NaN that can arise is the processor's default one,
+        // so the compiler's operand order cannot change a bit.
+        const double Sk[3] = {S1, S2, S3};
+        double T[3][3];  // T[k][j] = T(k+1, j+1)
+        for (int k = 0; k < 3; ++k)
+            for (int j = 0; j < 3; ++j) T[k][j] = 0.0 + Sk[k] * cols[k][j];
+        const auto B = [&](int i, int j) {
+            double s = 0.0;
+            for (int k = 0; k < 3; ++k) s = s + cols[k][i] * T[k][j];
+            return s;
+        };
+        Sig[0] = B(0, 0);
+        Sig[1] = B(1, 1);
+        Sig[2] = B(2, 2);
+        Sig[3] = B(1, 0);
+        Sig[4] = B(2, 1);
+        Sig[5] = B(2, 0);
+        return;
+    }
     Mat3 Sd, E, Et, T, B;
     Sd(1, 1) = S1;
     Sd(2, 2) = S2;
     Sd(3, 3) = S3;
-    const double* cols[3] = {xN1, xN2, xN3};
     for (int j = 1; j <= 3; ++j)
         for (int i = 1; i <= 3; ++i) {
             E(i, j) = cols[j - 1][i - 1];
             Et(j, i) = cols[j - 1][i - 1];
         }
-    // E (Sd Et), each product matmat's operations. With finite values and
-    // directions the only NaN that can arise is the processor's default one,
-    // so the inline products give matmat's bits whatever operand order the
-    // compiler picks; anything else goes through matmat itself.
-    // (An infinite or NaN entry makes the sum of all of them infinite or
-    // NaN; a sum that overflows only sends finite values to matmat.)
-    double sum = (S1 + S2) + S3;
-    for (int k = 0; k < 3; ++k) sum = ((sum + xN1[k]) + xN2[k]) + xN3[k];
-    if (std::isfinite(sum)) {
-        T = Sd * Et;
-        B = E * T;
-    } else {
-        matmat(Sd.data(), 3, Et.data(), 3, 3, 3, 3, T.data(), 3);
-        matmat(E.data(), 3, T.data(), 3, 3, 3, 3, B.data(), 3);
-    }
+    matmat(Sd.data(), 3, Et.data(), 3, 3, 3, 3, T.data(), 3);
+    matmat(E.data(), 3, T.data(), 3, 3, 3, 3, B.data(), 3);
     Sig[0] = B(1, 1);
     Sig[1] = B(2, 2);
     Sig[2] = B(3, 3);
