@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
 #include <cstring>
 
 #include "models/material.hpp"
@@ -253,19 +254,24 @@ void stress_task(const ModelArgs& a, const Variant& v) {
 
     // The state of the step lives in two buffers that take turns: each
     // sub-increment starts from the state the previous one wrote (the first
-    // from StVar0) and writes the other buffer. StVar receives the last.
+    // from StVar0) and writes the other buffer. The last one writes StVar
+    // itself, unless the host passed one array for StVar and StVar0.
     Vec6 sig0, sig;
     double buf[2][kNStat];
     const double* sv0 = a.StVar0;
     double* sv = buf[0];
+    const auto address = [](const double* x) { return reinterpret_cast<std::uintptr_t>(x); };
+    const bool apart = address(a.StVar + kNStat) <= address(a.StVar0) ||
+                       address(a.StVar0 + kNStat) <= address(a.StVar);
+    const auto target = [&](bool last) { return last && apart ? a.StVar : sv; };
     std::copy_n(a.Sig0, 6, sig0.data());
     int npi = 1;
     int iPlast = 0;
     Carry carry;
-    const auto next = [&] {
+    const auto next = [&](double* written) {
         sig0 = sig;
-        sv0 = sv;
-        sv = sv == buf[0] ? buf[1] : buf[0];
+        sv0 = written;
+        sv = written == buf[0] ? buf[1] : buf[0];
     };
 
     const Vec6 de = deviatoric(a.dEps);
@@ -282,20 +288,22 @@ void stress_task(const ModelArgs& a, const Variant& v) {
             // A whole increment is the host's: its norms are those above.
             const Norms n = fraction == 1.0 ? Norms{de, nde, nd, true} : Norms{};
             const bool more = fraction != remaining;
-            sub_increment(pt, sig0.data(), sv0, dEps.data(), n, carry, more, sig.data(), sv, a.D,
+            double* const out = target(!more);
+            sub_increment(pt, sig0.data(), sv0, dEps.data(), n, carry, more, sig.data(), out, a.D,
                           npi, iPlast);
-            next();
+            next(out);
             remaining = remaining - fraction;
         }
     } else {
+        double* const out = target(true);
         sub_increment(pt, sig0.data(), sv0, a.dEps, Norms{de, nde, nd, true}, carry, false,
-                      sig.data(), sv, a.D, npi, iPlast);
-        next();
+                      sig.data(), out, a.D, npi, iPlast);
+        next(out);
     }
     trace(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
 
     // Observed secant and tangent shear moduli of the point (sv0 is the
-    // buffer the last sub-increment wrote).
+    // array the last sub-increment wrote).
     double* out = const_cast<double*>(sv0);
     const double tm = tau_m(sig0.data());
     const double gm = gamma_m(at(out, m2::sv::eps));
@@ -306,7 +314,7 @@ void stress_task(const ModelArgs& a, const Variant& v) {
         S(m2::sv::Gt_obs) = std::abs(tm - tau_m(a.Sig0)) / std::abs(gm - gm0);
 
     std::copy_n(sig0.data(), 6, a.Sig);
-    std::memcpy(a.StVar, out, sizeof(double) * kNStat);
+    if (out != a.StVar) std::memcpy(a.StVar, out, sizeof(double) * kNStat);
     *a.iPlast = iPlast;
 }
 
