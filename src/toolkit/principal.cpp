@@ -160,6 +160,21 @@ Vec3 compression_triple(const double* S, double (&xN)[3][3]) {
     return negated(S1, S2, S3);
 }
 
+namespace {
+
+// The six stress components of the symmetric matrix B(i, j) (1-based).
+template <class Entry>
+void stress_vector(const Entry& B, double* Sig) {
+    Sig[0] = B(1, 1);
+    Sig[1] = B(2, 2);
+    Sig[2] = B(3, 3);
+    Sig[3] = B(2, 1);
+    Sig[4] = B(3, 2);
+    Sig[5] = B(3, 1);
+}
+
+}  // namespace
+
 void carsig(double S1, double S2, double S3, const double* xN1, const double* xN2,
             const double* xN3, double* Sig) {
     const double* cols[3] = {xN1, xN2, xN3};
@@ -179,17 +194,13 @@ void carsig(double S1, double S2, double S3, const double* xN1, const double* xN
         double T[3][3];  // T[k][j] = T(k+1, j+1)
         for (int k = 0; k < 3; ++k)
             for (int j = 0; j < 3; ++j) T[k][j] = 0.0 + Sk[k] * cols[k][j];
-        const auto B = [&](int i, int j) {
-            double s = 0.0;
-            for (int k = 0; k < 3; ++k) s = s + cols[k][i] * T[k][j];
-            return s;
-        };
-        Sig[0] = B(0, 0);
-        Sig[1] = B(1, 1);
-        Sig[2] = B(2, 2);
-        Sig[3] = B(1, 0);
-        Sig[4] = B(2, 1);
-        Sig[5] = B(2, 0);
+        stress_vector(
+            [&](int i, int j) {
+                double s = 0.0;
+                for (int k = 0; k < 3; ++k) s = s + cols[k][i - 1] * T[k][j - 1];
+                return s;
+            },
+            Sig);
         return;
     }
     Mat3 Sd, E, Et, T, B;
@@ -203,12 +214,7 @@ void carsig(double S1, double S2, double S3, const double* xN1, const double* xN
         }
     matmat(Sd.data(), 3, Et.data(), 3, 3, 3, 3, T.data(), 3);
     matmat(E.data(), 3, T.data(), 3, 3, 3, 3, B.data(), 3);
-    Sig[0] = B(1, 1);
-    Sig[1] = B(2, 2);
-    Sig[2] = B(3, 3);
-    Sig[3] = B(2, 1);
-    Sig[4] = B(3, 2);
-    Sig[5] = B(3, 1);
+    stress_vector(B, Sig);
 }
 
 }  // namespace tervak
