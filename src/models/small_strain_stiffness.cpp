@@ -8,7 +8,9 @@
 // reversal points so that a closed cycle puts the point back on the branch
 // it left. docs/small_strain_stiffness.md explains the choices.
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 
 #include "models/parameters.hpp"
 #include "models/small_strain.hpp"
@@ -131,7 +133,12 @@ void step_moduli(const Point& pt, double p, const double* sv0, Step& w) {
     const View S0(sv0);
     const HsMaterial& mt = *pt.mt;
     w.s = mt.ss_shear_factor(p);
-    const double fK = mt.ss_bulk_factor(p);
+    // The bulk law's factor is the same power of the same ratio when its
+    // reference pressure and exponent are the shear law's, bit for bit.
+    const auto bits = [](double x) { return std::bit_cast<std::uint64_t>(x); };
+    const bool same =
+        bits(mt.ss.p_ref_K) == bits(mt.ss.p_ref_G) && bits(mt.ss.m_K) == bits(mt.ss.m_G);
+    const double fK = same ? w.s : mt.ss_bulk_factor(p);
     w.xKs = mt.ss.K_ref * fK;
     w.xKt = mt.ss_Kt_ref() * fK;
     w.G_ur_ref = mt.ss_G_ur_ref();
