@@ -268,9 +268,10 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     int npi = 1;
     int iPlast = 0;
     Carry carry;
+    double* last = nullptr;  // the state the last sub-increment wrote
     const auto next = [&](double* written) {
         sig0 = sig;
-        sv0 = written;
+        sv0 = last = written;
         sv = written == buf[0] ? buf[1] : buf[0];
     };
 
@@ -302,19 +303,17 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     }
     trace(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
 
-    // Observed secant and tangent shear moduli of the point (sv0 is the
-    // array the last sub-increment wrote).
-    double* out = const_cast<double*>(sv0);
+    // Observed secant and tangent shear moduli of the point.
     const double tm = tau_m(sig0.data());
-    const double gm = gamma_m(at(out, m2::sv::eps));
-    const State S(out);
+    const double gm = gamma_m(at(last, m2::sv::eps));
+    const State S(last);
     if (gm > 1e-07) S(m2::sv::Gs_obs) = tm / gm;
     const double gm0 = gamma_m(at(a.StVar0, m2::sv::eps));
     if (std::abs(gm - gm0) > 1e-10)
         S(m2::sv::Gt_obs) = std::abs(tm - tau_m(a.Sig0)) / std::abs(gm - gm0);
 
     std::copy_n(sig0.data(), 6, a.Sig);
-    if (out != a.StVar) std::memcpy(a.StVar, out, sizeof(double) * kNStat);
+    if (last != a.StVar) std::memcpy(a.StVar, last, sizeof(double) * kNStat);
     *a.iPlast = iPlast;
 }
 
