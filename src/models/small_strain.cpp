@@ -6,6 +6,8 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdint>
+#include <cstring>
 
 #include "models/material.hpp"
 #include "models/parameters.hpp"
@@ -27,7 +29,7 @@ void header(const ModelArgs& a, int io) {
     if (io < 1) return;
     ListRecord() << "IDTask:" << *a.IDTask << "iEl:" << *a.iEl << "Int:" << *a.Int
                  << "iStep:" << *a.iStep << "iTer:" << *a.iTer << ListRecord::end;
-    wriivl(io, "IsUndr", *a.IsUndr);
+    trace(io, "IsUndr", *a.IsUndr);
     say("____________________________________________________________");
 }
 
@@ -35,6 +37,42 @@ void header(const ModelArgs& a, int io) {
 double mean_stress(const Vec3& Prs) { return (Prs(1) + Prs(2) + Prs(3)) / 3.0; }
 
 double floored(double p) { return p <= 1.0 ? 1.0 : p; }
+
+// False when an entry is infinite or NaN (their sum is then infinite or
+// NaN); a sum that overflows says false too, which only costs the fast path.
+bool finite(const double* x, int n) {
+    double s = 0.0;
+    for (int i = 0; i < n; ++i) s = s + x[i];
+    return std::isfinite(s);
+}
+
+// D x for a matrix D of Matriz6_NL (column-major 6x6: the normal block
+// holds the diagonal and off-diagonal entries, the shear diagonal the shear
+// modulus, every other entry is zero), with matvec's result: each entry the
+// sum from zero of D(i,j) x(j), j ascending. When D and x are finite it is
+// formed here: the products with the zero entries are +-0, and they leave
+// the running sum as it is, since that sum starts at +0 and a sum rounded to
+// nearest is -0 only when both of its terms are; the only NaN that can arise
+// is the processor's default one, so the compiler's operand order cannot
+// change a bit either. Otherwise matvec forms it.
+Vec6 times6(const double* D, const double* x) {
+    Vec6 y;
+    const double distinct[3] = {D[0], D[6], D[21]};
+    if (!finite(distinct, 3) || !finite(x, 6)) {
+        matvec(D, 6, x, 6, y.data());
+        return y;
+    }
+#pragma GCC unroll 3
+    for (int i = 0; i < 3; ++i) {
+        double s = 0.0;
+#pragma GCC unroll 3
+        for (int j = 0; j < 3; ++j) s = s + D[i + 6 * j] * x[j];
+        y.v[i] = s;
+    }
+#pragma GCC unroll 3
+    for (int i = 3; i < 6; ++i) y.v[i] = 0.0 + D[i + 6 * i] * x[i];
+    return y;
+}
 
 // Strain of an isotropic material of moduli K, G under the stress x
 // (engineering shear strains out).
@@ -67,47 +105,47 @@ double tau_m(const double* sig) { return std::sqrt((1.0 / 3.0) * deviator_square
 double gamma_m(const double* eps) { return std::sqrt((4.0 / 3.0) * deviator_squares(eps)); }
 
 // One sub-increment: stiffness, elastic predictor, return mapping, strain
-// bookkeeping and cycle closure. sig0/sv0 at the start, sig/sv at the end.
+// bookkeeping and cycle closure. sig0/sv0 at the start, sig/sv at the end;
+// c holds what the previous sub-increment left and receives what this one
+// leaves when more follow.
 void sub_increment(const Point& pt, const double* sig0, const double* sv0, const double* dEps,
-                   double* sig, double* sv, double* D, int& npi, int& iPlast) {
+                   const Norms& n, Carry& c, bool more, double* sig, double* sv, double* D,
+                   int& npi, int& iPlast) {
     const int io = pt.io;
-    copyrvec(sv0, sv, kNStat);
+    std::memcpy(sv, sv0, sizeof(double) * kNStat);
 
     const Vec3 Prs_0 = compression_triple(sig0);
-    wrivec(io, "Prs_0", Prs_0.data(), 3);
+    trace(io, "Prs_0", Prs_0.data(), 3);
     const double p_raw = mean_stress(Prs_0);
     const double p = floored(p_raw);
 
-    const Stiffness st = small_strain_stiffness(pt, p, p_raw, dEps, sv0, sv);
+    const Stiffness st = small_strain_stiffness(pt, p, p_raw, dEps, n, c, sv0, sv);
     npi = st.npi;
-    wriivl(io, npi == 1 ? "ELÁSTICO LINEAL, npi=" : "ELÁSTICO NO LINEAL, npi=", npi);
+    trace(io, npi == 1 ? "ELÁSTICO LINEAL, npi=" : "ELÁSTICO NO LINEAL, npi=", npi);
 
     // Elastic predictor.
     Matriz6_NL(D, st.K, st.G);
-    Mat3 D3;
-    Matriz3_NL(D3.data(), st.K, st.G);
-    Vec6 dSig, sig_E;
-    matvec(D, 6, dEps, 6, dSig.data());
+    const Vec6 dSig = times6(D, dEps);
+    Vec6 sig_E;
     addvec(sig0, dSig.data(), 1.0, 1.0, 6, sig_E.data());
     if (npi == 0) {
         double dD[36];
         Matriz6_NL(dD, st.dK, st.dG);
-        Vec6 dSec;
-        matvec(dD, 6, st.rel.data(), 6, dSec.data());
+        const Vec6 dSec = times6(dD, st.rel.data());
         addvec(sig_E.data(), dSec.data(), 1.0, 1.0, 6, sig_E.data());
     }
 
     double xN[3][3];
     const Vec3 Prs_E = compression_triple(sig_E.data(), xN);
-    wrivec(io, "Prs_E", Prs_E.data(), 3);
+    trace(io, "Prs_E", Prs_E.data(), 3);
 
     // Return mapping with the modulus ratio floored at 1.
     const double R = std::max(View(sv)(m2::sv::G_ratio), 1.0);
     Vec3 Prs;
     int kernel = 0;
-    stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, D3, R);
+    stress_point(pt, Prs_0, Prs_E, Prs, sv0, sv, kernel, st.K, st.G, R);
     if (kernel != 0) iPlast = kernel;
-    wrivec(io, "Las tensiones ppales al final de este paso de cálculo son Prs=", Prs.data(), 3);
+    trace(io, "Las tensiones ppales al final de este paso de cálculo son Prs=", Prs.data(), 3);
     carsig(-Prs(1), -Prs(2), -Prs(3), xN[0], xN[1], xN[2], sig);
 
     // Elastic strain: the increment less the plastic strain of the return.
@@ -120,13 +158,15 @@ void sub_increment(const Point& pt, const double* sig0, const double* sv0, const
     double* eps_el = at(sv, m2::sv::eps_el);
     for (int i = 0; i < 6; ++i) eps_el[i] = eps_el[i] + (dEps[i] - dEpsPl.v[i]);
 
-    cycle_closure(pt, st, sv);
+    const bool closed = cycle_closure(pt, st, sv);
+    c.valid = more && !closed;
+    if (c.valid) c = Carry{true, st.e_new, st.rel, st.nrel, st.h};
 }
 
 // Sub-increments: each carries at most half the threshold strain
 // gamma_0.7 of octahedral shear strain, and there are at most 100.
-double sub_fraction(const HsMaterial& mt, const double* dEps) {
-    const double gamma = kOct * modul(deviatoric(dEps).data());
+double sub_fraction(const HsMaterial& mt, double nde) {
+    const double gamma = kOct * nde;
     const double limit = 0.5 * mt.ss.gamma_07;
     if (!(limit > 0.0) || !(gamma > limit)) return 1.0;
     const double n = std::min(std::ceil(gamma / limit), 100.0);
@@ -209,50 +249,71 @@ void stress_task(const ModelArgs& a, const Variant& v) {
     const HsMaterial mt = read_material(v.iModel, a.Props);
     const Point pt{a.Props, &mt, *a.iEl, *a.Int, *a.iTer, *a.IsUndr, io, &v};
 
-    copyrvec(a.StVar0, a.StVar, kNStat);
     *a.Pw = *a.Pw0;
     if (*a.IsUndr == 1) *a.Pw = *a.Pw0 + *a.BulkW * (a.dEps[0] + a.dEps[1] + a.dEps[2]);
 
+    // The state of the step lives in two buffers that take turns: each
+    // sub-increment starts from the state the previous one wrote (the first
+    // from StVar0) and writes the other buffer. The last one writes StVar
+    // itself, unless the host passed one array for StVar and StVar0.
     Vec6 sig0, sig;
-    double sv0[kNStat], sv[kNStat];
-    copyrvec(a.Sig0, sig0.data(), 6);
-    copyrvec(a.StVar0, sv0, kNStat);
+    double buf[2][kNStat];
+    const double* sv0 = a.StVar0;
+    double* sv = buf[0];
+    const auto address = [](const double* x) { return reinterpret_cast<std::uintptr_t>(x); };
+    const bool apart = address(a.StVar + kNStat) <= address(a.StVar0) ||
+                       address(a.StVar0 + kNStat) <= address(a.StVar);
+    const auto target = [&](bool last) { return last && apart ? a.StVar : sv; };
+    std::copy_n(a.Sig0, 6, sig0.data());
     int npi = 1;
     int iPlast = 0;
+    Carry carry;
+    double* last = nullptr;  // the state the last sub-increment wrote
+    const auto next = [&](double* written) {
+        sig0 = sig;
+        sv0 = last = written;
+        sv = written == buf[0] ? buf[1] : buf[0];
+    };
 
     const Vec6 de = deviatoric(a.dEps);
-    if (modul(de.data()) > 0.01 * modul(a.dEps)) {
-        const double step = sub_fraction(mt, a.dEps);
+    const double nde = modul(de.data());
+    const double nd = modul(a.dEps);
+    if (nde > 0.01 * nd) {
+        const double step = sub_fraction(mt, nde);
         double remaining = 1.0;
         for (int it = 1; remaining > 0.001; ++it) {
             double fraction = std::min(step, remaining);
             if (remaining - fraction <= 0.001) fraction = remaining;
             Vec6 dEps;
             for (int i = 1; i <= 6; ++i) dEps(i) = fraction * a.dEps[i - 1];
-            sub_increment(pt, sig0.data(), sv0, dEps.data(), sig.data(), sv, a.D, npi, iPlast);
-            sig0 = sig;
-            copyrvec(sv, sv0, kNStat);
+            // A whole increment is the host's: its norms are those above.
+            const Norms n = fraction == 1.0 ? Norms{de, nde, nd, true} : Norms{};
+            const bool more = fraction != remaining;
+            double* const out = target(!more);
+            sub_increment(pt, sig0.data(), sv0, dEps.data(), n, carry, more, sig.data(), out, a.D,
+                          npi, iPlast);
+            next(out);
             remaining = remaining - fraction;
         }
     } else {
-        sub_increment(pt, sig0.data(), sv0, a.dEps, sig.data(), sv, a.D, npi, iPlast);
-        sig0 = sig;
-        copyrvec(sv, sv0, kNStat);
+        double* const out = target(true);
+        sub_increment(pt, sig0.data(), sv0, a.dEps, Norms{de, nde, nd, true}, carry, false,
+                      sig.data(), out, a.D, npi, iPlast);
+        next(out);
     }
-    wriivl(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
+    trace(io, npi == 1 ? "PASO ELÁSTICO LINEAL, npi=" : "PASO ELÁSTICO NO LINEAL, npi=", npi);
 
     // Observed secant and tangent shear moduli of the point.
     const double tm = tau_m(sig0.data());
-    const double gm = gamma_m(at(sv0, m2::sv::eps));
-    const State S(sv0);
+    const double gm = gamma_m(at(last, m2::sv::eps));
+    const State S(last);
     if (gm > 1e-07) S(m2::sv::Gs_obs) = tm / gm;
-    const double tm0 = tau_m(a.Sig0);
     const double gm0 = gamma_m(at(a.StVar0, m2::sv::eps));
     if (std::abs(gm - gm0) > 1e-10)
-        S(m2::sv::Gt_obs) = std::abs(tm - tm0) / std::abs(gm - gm0);
+        S(m2::sv::Gt_obs) = std::abs(tm - tau_m(a.Sig0)) / std::abs(gm - gm0);
 
-    copyrvec(sig0.data(), a.Sig, 6);
-    copyrvec(sv0, a.StVar, kNStat);
+    std::copy_n(sig0.data(), 6, a.Sig);
+    if (last != a.StVar) std::memcpy(a.StVar, last, sizeof(double) * kNStat);
     *a.iPlast = iPlast;
 }
 
@@ -266,7 +327,7 @@ void small_strain_model(const ModelArgs& a, const Variant& v) {
         case 6: elastic_stiffness(a, v); break;
         case 4:
             *a.nStat = kNStat;
-            wriivl(io, "nStat", *a.nStat);
+            trace(io, "nStat", *a.nStat);
             break;
         case 5:
             *a.NonSym = 0;

@@ -8,6 +8,7 @@
 #include "models/parameters.hpp"
 #include "models/small_strain.hpp"
 #include "models/stress_point.hpp"
+#include "toolkit/elastic.hpp"
 #include "toolkit/writers.hpp"
 
 namespace tervak::ss {
@@ -44,15 +45,15 @@ struct Surfaces {
 }  // namespace
 
 void stress_point(const Point& pt, const Vec3& Prs_0, const Vec3& Prs_E, Vec3& Prs,
-                  const double* sv0, double* sv, int& iPlast, const Mat3& D3, double R) {
+                  const double* sv0, double* sv, int& iPlast, double K, double G, double R) {
     const HsMaterial& mt = *pt.mt;
     const Props S0(sv0);
     const Surfaces f{mt, S0(m2::sv::gamma_p), S0(m2::sv::p_p)};
     const sp::Trial tr = sp::trial(f, sp::kSmallStrain, Prs_E);
-    wrival(pt.io, "f13_hs", tr.f[0]);
-    wrival(pt.io, "f13_mc", tr.f[1]);
-    wrival(pt.io, "f_cap", tr.f[2]);
-    wrival(pt.io, "f13_trac", tr.f[3]);
+    trace(pt.io, "f13_hs", tr.f[0]);
+    trace(pt.io, "f13_mc", tr.f[1]);
+    trace(pt.io, "f_cap", tr.f[2]);
+    trace(pt.io, "f13_trac", tr.f[3]);
 
     sp::Context c;
     c.call.iEl = pt.iEl;
@@ -61,7 +62,8 @@ void stress_point(const Point& pt, const Vec3& Prs_0, const Vec3& Prs_E, Vec3& P
     c.call.IntDbg = kIntDbg;
     c.call.Prs_E = Prs_E;
     c.call.Prs_0 = Prs_0;
-    c.call.D3 = D3;
+    // The kernels' principal elastic matrix, built when one of them runs.
+    if (tr.any()) Matriz3_NL(c.call.D3.data(), K, G);
     c.call.HardPar_E = sv0;
     c.call.IsUndr = pt.IsUndr;
     // The Mohr-Coulomb-with-cap kernel hardens its cap with the same modulus

@@ -8,7 +8,9 @@
 // reversal points so that a closed cycle puts the point back on the branch
 // it left. docs/small_strain_stiffness.md explains the choices.
 #include <algorithm>
+#include <bit>
 #include <cmath>
+#include <cstdint>
 
 #include "models/parameters.hpp"
 #include "models/small_strain.hpp"
@@ -31,11 +33,20 @@ double& xE_e_M(double* sv, int k) { return State(sv)(m2::sv::xE_e_M + k - 1); }
 
 Vec6 load6(const double* sv, int first) {
     Vec6 x;
-    copyrvec(at(sv, first), x.data(), 6);
+    std::copy_n(at(sv, first), 6, x.data());
     return x;
 }
 
-void store6(double* sv, int first, const Vec6& x) { copyrvec(x.data(), at(sv, first), 6); }
+void store6(double* sv, int first, const Vec6& x) { std::copy_n(x.data(), 6, at(sv, first)); }
+
+// The unit vector of v whose norm r is known: v / r when r exceeds 1e-10,
+// else zero (norm's rule).
+Vec6 unit(const Vec6& v, double r) {
+    Vec6 u;
+    if (r > 1e-10)
+        for (int i = 0; i < 6; ++i) u.v[i] = v.v[i] / r;
+    return u;
+}
 
 // a + fb b, one addvec.
 Vec6 combine(const Vec6& a, const Vec6& b, double fa, double fb) {
@@ -107,10 +118,12 @@ struct Step {
     double G0 = 0.0, gamma_07 = 0.0, gamma_alfa_ur = 0.0;
     // Strain measures.
     Vec6 de, eps_old, eps_new, e_old, e_new, e_R, rel_old, H, Hn, rel;
-    double nde = 0.0, nd = 0.0, gamma_oct_DR = 0.0, h = 0.0, h_cap = 0.0;
+    double nde = 0.0, nd = 0.0, nrel_old = 0.0, gamma_oct_DR = 0.0, h = 0.0, h_cap = 0.0;
+    double nrel = 0.0, hHn = 0.0;
     double gamma_oct_H_new = 0.0, gamma_oct_DR_new = 0.0;
     // Cosines and the history factor.
     double cosine = 1.0, cos_H = 1.0, factor = 0.0, threshold = -0.01, r = 0.0;
+    double r100 = 0.0;  // r^100 (r = 0 for an empty history)
     // G0 and the applied moduli.
     double d = 0.0, G0d = 0.0, G0n = 0.0, Gs_hist = 0.0, G = 0.0, K = 0.0;
 };
@@ -120,7 +133,12 @@ void step_moduli(const Point& pt, double p, const double* sv0, Step& w) {
     const View S0(sv0);
     const HsMaterial& mt = *pt.mt;
     w.s = mt.ss_shear_factor(p);
-    const double fK = mt.ss_bulk_factor(p);
+    // The bulk law's factor is the same power of the same ratio when its
+    // reference pressure and exponent are the shear law's, bit for bit.
+    const auto bits = [](double x) { return std::bit_cast<std::uint64_t>(x); };
+    const bool same =
+        bits(mt.ss.p_ref_K) == bits(mt.ss.p_ref_G) && bits(mt.ss.m_K) == bits(mt.ss.m_G);
+    const double fK = same ? w.s : mt.ss_bulk_factor(p);
     w.xKs = mt.ss.K_ref * fK;
     w.xKt = mt.ss_Kt_ref() * fK;
     w.G_ur_ref = mt.ss_G_ur_ref();
@@ -128,39 +146,51 @@ void step_moduli(const Point& pt, double p, const double* sv0, Step& w) {
     w.G0 = mt.ss_G0_bounded(S0(m2::sv::G0));
     w.gamma_07 = mt.ss.gamma_07;  // threshold strain of the hyperbola
     w.gamma_alfa_ur = mt.ss_cut_off_strain(w.G0, w.G_ur_ref);
-    wrival(pt.io, "gamma_alfa_ur", w.gamma_alfa_ur);
+    trace(pt.io, "gamma_alfa_ur", w.gamma_alfa_ur);
 }
 
 // Strain measures: the deviatoric increment, the present deviatoric
 // strain, the strain since the reversal and the history vector.
-void strain_measures(const Point& pt, const double* dEps, const double* sv0, double* sv,
-                     Step& w, Stiffness& st) {
-    w.de = deviatoric(dEps);
-    w.nde = modul(w.de.data());
-    w.nd = modul(dEps);
+void strain_measures(const Point& pt, const double* dEps, const Norms& n, const Carry& c,
+                     const double* sv0, double* sv, Step& w, Stiffness& st) {
+    if (n.known) {
+        w.de = n.de;
+        w.nde = n.nde;
+        w.nd = n.nd;
+    } else {
+        w.de = deviatoric(dEps);
+        w.nde = modul(w.de.data());
+        w.nd = modul(dEps);
+    }
     st.real = w.nde > 0.01 * w.nd && w.nde > 1e-12;
 
     w.eps_old = load6(sv0, m2::sv::eps);
     addvec(w.eps_old.data(), dEps, 1.0, 1.0, 6, w.eps_new.data());
     store6(sv, m2::sv::eps, w.eps_new);
-    w.e_old = deviatoric(w.eps_old.data());
     w.e_new = deviatoric(w.eps_new.data());
     w.e_R = load6(sv0, m2::sv::eR1);
-    w.rel_old = combine(w.e_old, w.e_R, 1.0, -1.0);
-    w.gamma_oct_DR = kOct * modul(w.rel_old.data());
-    wrival(pt.io, "gamma_oct_DR", w.gamma_oct_DR);
-
     w.H = load6(sv0, m2::sv::H);
-    w.h = modul(w.H.data());
+    if (c.valid) {
+        w.e_old = c.e;
+        w.rel_old = c.rel;
+        w.nrel_old = c.nrel;
+        w.h = c.h;
+    } else {
+        w.e_old = deviatoric(w.eps_old.data());
+        w.rel_old = combine(w.e_old, w.e_R, 1.0, -1.0);
+        w.nrel_old = modul(w.rel_old.data());
+        w.h = modul(w.H.data());
+    }
+    w.gamma_oct_DR = kOct * w.nrel_old;
+    trace(pt.io, "gamma_oct_DR", w.gamma_oct_DR);
 }
 
 // 1. Direction cosines.
 void direction_cosines(const Point& pt, State S, Step& w) {
     if (pt.iTer != 0 && w.nde >= 0.01 * w.nd && w.nde >= 1e-12 && w.gamma_oct_DR >= 1e-08) {
-        Vec6 u, uR, uH;
-        norm(w.de.data(), u.data());
-        norm(w.rel_old.data(), uR.data());
-        norm(w.H.data(), uH.data());
+        const Vec6 u = unit(w.de, w.nde);
+        const Vec6 uR = unit(w.rel_old, w.nrel_old);
+        const Vec6 uH = unit(w.H, w.h);
         w.cosine = dinprod(u.data(), uR.data(), 6);
         w.cos_H = dinprod(u.data(), uH.data(), 6);
     }
@@ -171,7 +201,8 @@ void direction_cosines(const Point& pt, State S, Step& w) {
 void history_factor(State S, Step& w) {
     if (!(w.h < 1e-10)) {
         w.r = std::min(kOct * w.h, w.gamma_alfa_ur) / w.gamma_alfa_ur;
-        w.factor = 1.0 / ((w.nde / w.h) * (1.0 - std::pow(w.r, 100.0)) + 1.0);
+        w.r100 = std::pow(w.r, 100.0);
+        w.factor = 1.0 / ((w.nde / w.h) * (1.0 - w.r100) + 1.0);
         w.threshold = w.factor - 0.01;
     }
     S(m2::sv::f_H) = w.factor;
@@ -186,7 +217,7 @@ void new_cycle(const Point& pt, const double* sv0, double* sv, Step& w) {
     // The branch length is stored a relative 1e-9 short, so that a path
     // that comes back exactly to the reversal closes its cycle whatever
     // the rounding of the accumulated strains.
-    const double branch = modul(w.rel_old.data()) * (1.0 - 1e-9);
+    const double branch = w.nrel_old * (1.0 - 1e-9);
     const Vec6 ee = deviatoric(at(sv0, m2::sv::eps_el));
     if (!var.guardedMemory || branch > 1e-10)
         push_level(var, sv, w.h, w.gamma_alfa_ur, branch, modul(ee.data()));
@@ -198,24 +229,28 @@ void new_cycle(const Point& pt, const double* sv0, double* sv, Step& w) {
 // 3. History update.
 void history_update(const Point& pt, const Stiffness& st, State S, double* sv, Step& w) {
     w.Hn = w.H;
+    double hHn = w.h;  // norm of the new history
     if (st.real) {
         if (w.cos_H <= 0.0 && w.cos_H <= w.threshold) {
             w.Hn = w.de;  // a reversal against the history starts it afresh
         } else {
-            Vec6 nH;
-            norm(w.H.data(), nH.data());
-            const double along = (w.h - w.nde * std::pow(w.r, 100.0)) * w.cos_H;
+            const Vec6 nH = unit(w.H, w.h);
+            const double along = (w.h - w.nde * w.r100) * w.cos_H;
             w.Hn = combine(w.de, nH, 1.0, along);
         }
         for (int i = 1; i <= 6; ++i)
             if (std::abs(w.Hn(i) - w.H(i)) < 1e-10) w.Hn(i) = w.H(i);
-        const double hn = modul(w.Hn.data());
-        if (kOct * hn > w.gamma_alfa_ur) mulvec(w.Hn.data(), (w.gamma_alfa_ur / kOct) / hn, 6);
+        hHn = modul(w.Hn.data());
+        if (kOct * hHn > w.gamma_alfa_ur) {
+            mulvec(w.Hn.data(), (w.gamma_alfa_ur / kOct) / hHn, 6);
+            hHn = modul(w.Hn.data());
+        }
     }
     store6(sv, m2::sv::H, w.Hn);
-    w.gamma_oct_H_new = std::min(kOct * modul(w.Hn.data()), w.gamma_alfa_ur);
+    w.hHn = hHn;
+    w.gamma_oct_H_new = std::min(kOct * hHn, w.gamma_alfa_ur);
     S(m2::sv::gamma_oct_H) = w.gamma_oct_H_new;
-    wrival(pt.io, "gamma_oct_H_new", w.gamma_oct_H_new);
+    trace(pt.io, "gamma_oct_H_new", w.gamma_oct_H_new);
 }
 
 // 4. Change of G0.
@@ -234,7 +269,7 @@ void change_of_G0(const Point& pt, State S, Step& w) {
     }
     w.G0n = std::min(std::max(w.G0d, pt.mt->ss.G0_min), pt.mt->ss.G0_ref);
     S(m2::sv::G0) = w.G0n;
-    wrival(pt.io, "d_Gs0_ap_alfa_H", w.d);
+    trace(pt.io, "d_Gs0_ap_alfa_H", w.d);
 }
 
 // 5. Reference modulus of the step (bookkeeping of the running minimum).
@@ -243,7 +278,8 @@ void reference_modulus(const Point& pt, const Stiffness& st, const double* sv0, 
     const View S0(sv0);
     const int io = pt.io;
     w.rel = combine(w.e_new, w.e_R, 1.0, -1.0);
-    w.gamma_oct_DR_new = kOct * modul(w.rel.data());
+    w.nrel = modul(w.rel.data());
+    w.gamma_oct_DR_new = kOct * w.nrel;
     const double ga = w.gamma_oct_DR;
     const double gb = w.gamma_oct_DR_new;
     const double gc = w.gamma_alfa_ur;
@@ -253,21 +289,21 @@ void reference_modulus(const Point& pt, const Stiffness& st, const double* sv0, 
         if (w.cos_H > 0.0)
             Gt_ap_ref = Gt_ap_ref /
                         (hyper(w.gamma_oct_H_new, w.gamma_07) * hyper(w.gamma_oct_H_new, w.gamma_07));
-        wrival(io, "Gt_ap_ref - caso 1", Gt_ap_ref);
+        trace(io, "Gt_ap_ref - caso 1", Gt_ap_ref);
     } else if (st.real) {
         if (ga >= gc && gb >= gc) {
             Gt_ap_ref = w.G_ur_ref;
-            wrival(io, "Gt_ap_ref - caso 4", Gt_ap_ref);
+            trace(io, "Gt_ap_ref - caso 4", Gt_ap_ref);
         } else if (ga < gc && gc < gb) {
             Gt_ap_ref = zero_weighted(w.G0 / hyper(gc, w.gamma_07)) * ga / std::abs(gb - ga) +
                         (gb - gc) * w.G_ur_ref / std::abs(gb - ga);
             Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::Gt_ap_ref));
-            wrival(io, "Gt_ap_ref - caso 3", Gt_ap_ref);
+            trace(io, "Gt_ap_ref - caso 3", Gt_ap_ref);
         } else {
             Gt_ap_ref =
                 std::abs(zero_weighted(w.G0 / hyper(w.gamma_oct_H_new, w.gamma_07)) * ga / (gb - ga));
             Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::Gt_ap_ref));
-            wrival(io, "Gt_ap_ref - caso 2", Gt_ap_ref);
+            trace(io, "Gt_ap_ref - caso 2", Gt_ap_ref);
         }
     }
     Gt_ap_ref = std::fmin(Gt_ap_ref, pt.mt->ss.G0_ref);
@@ -275,7 +311,7 @@ void reference_modulus(const Point& pt, const Stiffness& st, const double* sv0, 
     Gt_ap_ref = std::fmin(Gt_ap_ref, S0(m2::sv::G_ref_min));
     if (pt.var->boundedBookkeeping) Gt_ap_ref = std::fmax(Gt_ap_ref, w.G_ur_ref);
     S(m2::sv::G_ref_min) = Gt_ap_ref;
-    wrival(io, "StVar0(55)", S0(m2::sv::Gt_ap_ref));
+    trace(io, "StVar0(55)", S0(m2::sv::Gt_ap_ref));
 }
 
 // 6. Choice of law by the strain distance at the start of the step.
@@ -285,16 +321,16 @@ void choice_of_law(const Point& pt, Step& w) {
     if (w.gamma_oct_DR <= w.gamma_alfa_ur) {
         w.G = G0p / hyper(w.gamma_oct_DR, w.gamma_07);
         w.K = w.xKs;
-        wrival(io, "Gs_ap APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", w.G);
-        wrival(io, "xKs APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", w.K);
+        trace(io, "Gs_ap APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", w.G);
+        trace(io, "xKs APLICADO con gamma_oct_DR .LE. gamma_alfa_ur", w.K);
     } else {
         const double Gs_cut = G0p / hyper(w.gamma_alfa_ur, w.gamma_07);
         const double Gt = (Gs_cut * w.gamma_alfa_ur + (w.gamma_oct_DR - w.gamma_alfa_ur) * w.G_ur_p) /
                           w.gamma_oct_DR;
         w.G = Gt;  // beyond the cut-off the step applies Gt and the tangent bulk modulus
         w.K = w.xKt;
-        wrival(io, "Gt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", Gt);
-        wrival(io, "xKt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", w.K);
+        trace(io, "Gt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", Gt);
+        trace(io, "xKt APLICADO con gamma_oct_DR .GT. gamma_alfa_ur", w.K);
     }
 }
 
@@ -304,7 +340,7 @@ void after_reversal(const Point& pt, State S, Step& w) {
     if (w.cosine < w.threshold && w.gamma_oct_DR > 1e-08) {
         w.G = w.Gs_hist;
         w.K = w.xKs;
-        wrival(pt.io, "Gs_ap APLICADO con gamma_oct_H_new tras reversión", w.G);
+        trace(pt.io, "Gs_ap APLICADO con gamma_oct_H_new tras reversión", w.G);
     }
     S(m2::sv::G_ap_ref) = w.G / w.s;
     S(m2::sv::Gs_H_ref) = w.Gs_hist / w.s;
@@ -370,13 +406,13 @@ void secant_update(const Point& pt, double p, const double* dEps, const Step& w,
 }  // namespace
 
 Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const double* dEps,
-                                 const double* sv0, double* sv) {
+                                 const Norms& n, const Carry& c, const double* sv0, double* sv) {
     State S{sv};
     Stiffness st;
     Step w;
     step_moduli(pt, p, sv0, w);
     st.gamma_alfa_ur = w.gamma_alfa_ur;
-    strain_measures(pt, dEps, sv0, sv, w, st);
+    strain_measures(pt, dEps, n, c, sv0, sv, w, st);
     direction_cosines(pt, S, w);
     history_factor(S, w);
     new_cycle(pt, sv0, sv, w);
@@ -391,7 +427,10 @@ Stiffness small_strain_stiffness(const Point& pt, double p, double p_raw, const 
     if (st.npi == 0) secant_update(pt, p, dEps, w, st);
     st.K = w.K;
     st.G = w.G;
+    st.e_new = w.e_new;
     st.rel = w.rel;
+    st.nrel = w.nrel;
+    st.h = w.hHn;
     return st;
 }
 
@@ -401,9 +440,10 @@ namespace {
 // reversal: the running branch has come back the length of the branch
 // R_i -> R_(i+1), tested for the innermost stored pair.
 bool closes(const Variant& var, double* sv, int i, int n, double gamma_oct_DR_new) {
+    if (i + 1 != n) return false;  // only the innermost stored pair
     const double Delta = kOct * (xE_M(sv, i) - xE_M(sv, i + 1));
     bool c = -Delta <= gamma_oct_DR_new && std::abs(Delta) <= std::abs(gamma_oct_DR_new) &&
-             std::abs(xE_M(sv, i + 1)) > 1e-10 && i + 1 == n;
+             std::abs(xE_M(sv, i + 1)) > 1e-10;
     if (var.guardedMemory) c = c && std::abs(xE_M(sv, i)) > 1e-10;
     return c;
 }
@@ -412,13 +452,14 @@ bool closes(const Variant& var, double* sv, int i, int n, double gamma_oct_DR_ne
 // on the branch that reached it. The history takes the amplitude it had
 // there, the reversal strain moves back to that branch's origin, both
 // levels of the cycle pop. Returns the new distance from the reversal.
-double close_cycle(const Variant& var, const Stiffness& st, double* sv, int i, const Vec6& e_new,
-                   const Vec6& rel) {
+double close_cycle(const Variant& var, const Stiffness& st, double* sv, int i) {
     State S{sv};
+    const Vec6& e_new = st.e_new;
+    const Vec6& rel = st.rel;
     const double below = i > 1 ? xE_M(sv, i - 1) : 0.0;
     const double L_prev = xE_M(sv, i) - below;
     const double L_cycle = xE_M(sv, i + 1) - xE_M(sv, i);
-    const double nr = modul(rel.data());
+    const double nr = st.nrel;
     const double target = L_prev + std::max(nr - L_cycle, 0.0);
 
     Vec6 H = load6(sv, m2::sv::H);
@@ -460,14 +501,14 @@ double close_cycle(const Variant& var, const Stiffness& st, double* sv, int i, c
 
 }  // namespace
 
-void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
+bool cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
     const Variant& var = *pt.var;
     const int io = pt.io;
     State S{sv};
-    const Vec6 e_new = deviatoric(at(sv, m2::sv::eps));
-    const Vec6 e_R = load6(sv, m2::sv::eR1);
-    const Vec6 rel = combine(e_new, e_R, 1.0, -1.0);
-    double gamma_oct_DR_new = kOct * modul(rel.data());
+    // The strain since the reversal is the stiffness's: the accumulated
+    // strain and the reversal strain in sv are the ones it wrote.
+    double gamma_oct_DR_new = kOct * st.nrel;
+    bool closed = false;
 
     if (st.real) {
         int n = 0;  // stored levels, counted from the first
@@ -480,15 +521,17 @@ void cycle_closure(const Point& pt, const Stiffness& st, double* sv) {
             message(io,
                     "TIENE LUGAR UN CIERRE DE CICLO. (xE_M(i-1)>gamma_oct_DR_new>xE_M(i), "
                     "con xE_M(i)>1d-10)");
-            gamma_oct_DR_new = close_cycle(var, st, sv, i, e_new, rel);
+            gamma_oct_DR_new = close_cycle(var, st, sv, i);
+            closed = true;
             break;
         }
     }
     S(m2::sv::gamma_oct_DR) = gamma_oct_DR_new;
 
-    wrivec(io, "xH_M(n+1)", at(sv, m2::sv::xH_M), m2::sv::nLevels);
-    wrivec(io, "xE_M(n+1)", at(sv, m2::sv::xE_M), m2::sv::nLevels);
-    wrivec(io, "xE_e_M(n+1)", at(sv, m2::sv::xE_e_M), m2::sv::nLevels);
+    trace(io, "xH_M(n+1)", at(sv, m2::sv::xH_M), m2::sv::nLevels);
+    trace(io, "xE_M(n+1)", at(sv, m2::sv::xE_M), m2::sv::nLevels);
+    trace(io, "xE_e_M(n+1)", at(sv, m2::sv::xE_e_M), m2::sv::nLevels);
+    return closed;
 }
 
 }  // namespace tervak::ss

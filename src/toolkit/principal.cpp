@@ -37,8 +37,14 @@ void jacobi(const double* S, double threshold_factor, Mat3& A, Mat3* V) {
         (*V)(2, 2) = 1.0;
         (*V)(3, 3) = 1.0;
     }
+    // The largest magnitude: m is never NaN and never -0 (it starts at +0 and
+    // takes only magnitudes), so a plain comparison is fmax here, NaN
+    // entries skipped as fmax skips them.
     double m = 0.0;
-    for (int i = 0; i < 6; ++i) m = std::fmax(m, std::fabs(S[i]));
+    for (int i = 0; i < 6; ++i) {
+        const double a = std::fabs(S[i]);
+        if (a > m) m = a;
+    }
     const double t = m * threshold_factor;
 
     static constexpr int kPairs[3][2] = {{1, 2}, {2, 3}, {1, 3}};
@@ -154,13 +160,53 @@ Vec3 compression_triple(const double* S, double (&xN)[3][3]) {
     return negated(S1, S2, S3);
 }
 
+namespace {
+
+// The six stress components of the symmetric matrix B(i, j) (1-based).
+template <class Entry>
+void stress_vector(const Entry& B, double* Sig) {
+    Sig[0] = B(1, 1);
+    Sig[1] = B(2, 2);
+    Sig[2] = B(3, 3);
+    Sig[3] = B(2, 1);
+    Sig[4] = B(3, 2);
+    Sig[5] = B(3, 1);
+}
+
+}  // namespace
+
 void carsig(double S1, double S2, double S3, const double* xN1, const double* xN2,
             const double* xN3, double* Sig) {
+    const double* cols[3] = {xN1, xN2, xN3};
+    // An infinite or NaN entry makes the sum of all of them infinite or NaN
+    // (a sum that overflows only sends finite values the general way).
+    double sum = (S1 + S2) + S3;
+    for (int k = 0; k < 3; ++k) sum = ((sum + xN1[k]) + xN2[k]) + xN3[k];
+    if (std::isfinite(sum)) {
+        // E (Sd Et) with matmat's result, formed from the entries that count.
+        // Sd is diagonal: the products with its zero entries are +-0 and
+        // leave a running sum as it is (it starts at +0, and a sum rounded to
+        // nearest is -0 only when both terms are), so T(k,j) = 0 + S_k E(j,k).
+        // Of B = E T only the six returned entries are formed. With finite
+        // input the only NaN that can arise is the processor's default one,
+        // so the compiler's operand order cannot change a bit.
+        const double Sk[3] = {S1, S2, S3};
+        double T[3][3];  // T[k][j] = T(k+1, j+1)
+        for (int k = 0; k < 3; ++k)
+            for (int j = 0; j < 3; ++j) T[k][j] = 0.0 + Sk[k] * cols[k][j];
+        stress_vector(
+            [&](int i, int j) {
+                double s = 0.0;
+                for (int k = 0; k < 3; ++k) s = s + cols[k][i - 1] * T[k][j - 1];
+                return s;
+            },
+            Sig);
+        return;
+    }
     Mat3 Sd, E, Et, T, B;
     Sd(1, 1) = S1;
     Sd(2, 2) = S2;
     Sd(3, 3) = S3;
-    const double* cols[3] = {xN1, xN2, xN3};
     for (int j = 1; j <= 3; ++j)
         for (int i = 1; i <= 3; ++i) {
             E(i, j) = cols[j - 1][i - 1];
@@ -168,12 +214,7 @@ void carsig(double S1, double S2, double S3, const double* xN1, const double* xN
         }
     matmat(Sd.data(), 3, Et.data(), 3, 3, 3, 3, T.data(), 3);
     matmat(E.data(), 3, T.data(), 3, 3, 3, 3, B.data(), 3);
-    Sig[0] = B(1, 1);
-    Sig[1] = B(2, 2);
-    Sig[2] = B(3, 3);
-    Sig[3] = B(2, 1);
-    Sig[4] = B(3, 2);
-    Sig[5] = B(3, 1);
+    stress_vector(B, Sig);
 }
 
 }  // namespace tervak
