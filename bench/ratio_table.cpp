@@ -254,6 +254,9 @@ struct Path {
     Point point;
 };
 
+// Every model 2 increment carries at most 0.5 gamma_0.7 of octahedral shear
+// strain, 1.1547 times the norm of its deviatoric part, so that the model
+// takes it in one sub-increment.
 std::vector<Path> paths() {
     const double g = kGamma07;
     return {
@@ -265,7 +268,7 @@ std::vector<Path> paths() {
         {"model 1 HS > CAP > HS_CAP", model1(1, 1.25, {100, 100, 100}, 1e-4, 120, {100, 400, 120})},
         {"model 1 chain to MC_CAP", model1(1, 1.25, {100, 300, 100}, 3e-2, 200, {60, 500, 80})},
         {"model 2 elastic",
-         model2(1, 0, 1.25, {-100, -100, -100, 0, 0, 0}, 1e-2, 1000, {0, 0, 0, 0.5 * g, 0, 0})},
+         model2(1, 0, 1.25, {-100, -100, -100, 0, 0, 0}, 1e-2, 1000, {0, 0, 0, 0.43 * g, 0, 0})},
         {"model 2 shear hardening",
          model2(1, 0, 1.25, {-100, -180, -100, 0, 0, 0}, 1e-4, 1000, {0, -0.5 * g, 0, 0, 0, 0})},
         // Mohr-Coulomb is reached through the shear surface at its strength.
@@ -278,7 +281,7 @@ std::vector<Path> paths() {
         {"model 2 HS > CAP > HS_CAP",
          model2(1, 0, 1.25, {-100, -400, -100, 0, 0, 0}, 3e-2, 240, {0, -0.5 * g, 0, 0, 0, 0})},
         {"model 2 chain to MC_CAP",
-         model2(1, 0, 1.25, {-100, -420, -100, 0, 0, 0}, 10.0, 300, {0.5 * g, -0.5 * g, 0.5 * g, 0, 0, 0})},
+         model2(1, 0, 1.25, {-100, -420, -100, 0, 0, 0}, 10.0, 300, {0.25 * g, -0.25 * g, 0.25 * g, 0, 0, 0})},
     };
 }
 
