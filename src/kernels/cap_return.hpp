@@ -65,7 +65,6 @@ struct CapSet {
                 const double p = HsMaterial::mean(P);
                 t.n[s] = df_capmdS(qt, p, cp.delta, cp.alpha2);
                 t.m[s] = t.n[s];
-                t.H[s] = H;
                 xh = mt.xh_cap(p, pc, cp.h);
                 t.d[s] = -(df_capmdq(pc) * xh);
             } else {
@@ -73,6 +72,8 @@ struct CapSet {
             }
         }
     }
+
+    const Mat3* curvature(int s) const { return s == ic ? &H : nullptr; }
 
     void harden(const double (&xLam)[N]) { pc = std::max(pc_E + xLam[ic] * xh, pc_E); }
 };

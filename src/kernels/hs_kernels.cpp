@@ -76,11 +76,14 @@ struct HsSet {
             const double p = HsMaterial::mean(P);
             t.n[N - 1] = hs_df_capmdS(HsMaterial::cap_qt(P, cap.delta), p, cap.delta, cap.alpha2);
             t.m[N - 1] = t.n[N - 1];
-            t.H[N - 1] = cap.H;
             cap.xh = hp.mt->xh_cap(p, cap.pc, hp.h);
             // -2 p_p xh_cap with p_p = -pc: the cap hardening raises the diagonal.
             t.d[N - 1] = 2.0 * cap.pc * cap.xh;
         }
+    }
+
+    const Mat3* curvature(int i) const {
+        return X == Partner::Cap && i == N - 1 ? &cap.H : nullptr;
     }
 
     void harden(const double (&xLam)[N]) {
