@@ -166,35 +166,81 @@ void gauss_jordan(double* W, double* Ainv, int n) {
 }
 
 // The same elimination for a size known at compile time (the 3x3 and 6x6
-// matrices of every stress point): the same pivot rule and the same
-// operations in the same order, element by element, so the same bits; only
-// the loop bounds are fixed.
+// matrices of every stress point and of the calibration): the same pivot
+// rule and the same operations on the same operands, element by element, so
+// the same bits. The loops are unrolled into constant indices and the rows
+// are held apart from the caller's arrays (the 3x3 one in registers); the
+// order in which independent elements are visited is free.
+// factor * v, keeping v's NaN when both are NaN: the row-k entry's NaN is
+// the one the library's inverses have always carried. A compiler is free to
+// commute a product and keep either NaN, so the order is pinned here.
+inline double times(double factor, double v) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    asm("mulsd %1, %0" : "+x"(v) : "x"(factor));
+    return v;
+#else
+    return factor * v;
+#endif
+}
+
 template <int N>
-void matinvpiv_fixed(const double* A, double* Ainv) {
-    double W[N * N];
-    for (int i = 0; i < N * N; ++i) {
-        W[i] = A[i];
-        Ainv[i] = 0.0;
-    }
-    for (int i = 0; i < N; ++i) Ainv[i + i * N] = 1.0;
+[[gnu::always_inline]] inline void gauss_jordan_fixed(double (&w)[N][N], double (&x)[N][N]) {
 #pragma GCC unroll 6
     for (int k = 0; k < N; ++k) {
-        pivot_row<N>(W, Ainv, N, k);
-        // Every row i other than k loses factor_i times row k, factor_i the
-        // row's entry in column k before the step. Each element sees the
-        // same operation as in the general loop; the elements are only
-        // visited column by column, which keeps a column contiguous.
-        double factor[N];
-        for (int i = 0; i < N; ++i) factor[i] = W[i + k * N];
+        // The first strictly larger magnitude below row k takes the pivot.
+        int p = k;
+#pragma GCC unroll 6
+        for (int i = k + 1; i < N; ++i)
+            if (std::fabs(w[i][k]) > std::fabs(w[p][k])) p = i;
+#pragma GCC unroll 6
+        for (int i = k + 1; i < N; ++i) {
+            if (p != i) continue;
+#pragma GCC unroll 6
+            for (int j = 0; j < N; ++j) {
+                const double tw = w[k][j];
+                w[k][j] = w[i][j];
+                w[i][j] = tw;
+                const double tx = x[k][j];
+                x[k][j] = x[i][j];
+                x[i][j] = tx;
+            }
+        }
+        const double pivot = w[k][k];
+#pragma GCC unroll 6
         for (int j = 0; j < N; ++j) {
-            const double wkj = W[k + j * N];
-            const double xkj = Ainv[k + j * N];
-            for (int i = 0; i < k; ++i) W[i + j * N] = W[i + j * N] - factor[i] * wkj;
-            for (int i = k + 1; i < N; ++i) W[i + j * N] = W[i + j * N] - factor[i] * wkj;
-            for (int i = 0; i < k; ++i) Ainv[i + j * N] = Ainv[i + j * N] - factor[i] * xkj;
-            for (int i = k + 1; i < N; ++i) Ainv[i + j * N] = Ainv[i + j * N] - factor[i] * xkj;
+            w[k][j] = w[k][j] / pivot;
+            x[k][j] = x[k][j] / pivot;
+        }
+        // Every row i other than k loses its column-k entry (taken before
+        // the row changes) times row k.
+#pragma GCC unroll 6
+        for (int i = 0; i < N; ++i) {
+            if (i == k) continue;
+            const double factor = w[i][k];
+#pragma GCC unroll 6
+            for (int j = 0; j < N; ++j) {
+                w[i][j] = w[i][j] - times(factor, w[k][j]);
+                x[i][j] = x[i][j] - times(factor, x[k][j]);
+            }
         }
     }
+}
+
+template <int N>
+void matinvpiv_fixed(const double* A, double* Ainv) {
+    double w[N][N], x[N][N];
+#pragma GCC unroll 6
+    for (int i = 0; i < N; ++i)
+#pragma GCC unroll 6
+        for (int j = 0; j < N; ++j) {
+            w[i][j] = A[i + j * N];
+            x[i][j] = i == j ? 1.0 : 0.0;
+        }
+    gauss_jordan_fixed<N>(w, x);
+#pragma GCC unroll 6
+    for (int j = 0; j < N; ++j)
+#pragma GCC unroll 6
+        for (int i = 0; i < N; ++i) Ainv[i + j * N] = x[i][j];
 }
 
 }  // namespace
