@@ -8,7 +8,7 @@
 //                  fa a(i) + fb b(i), entry by entry: two products, one sum
 //                  (addvec's order); a combination of several vectors is one
 //                  comb after another, never a regrouped sum
-//   inverse(A)     matinvpiv's Gauss-Jordan elimination
+//   inverse(A)     matinvpiv's Gauss-Jordan elimination (its 3x3 path, inline)
 //
 // Each operation rounds once; nothing is fused (the build forbids
 // contraction) and nothing is reordered, so finite results do not depend on
@@ -81,9 +81,10 @@ inline Mat3 identity3() {
     return I;
 }
 
+// matinvpiv's 3x3 elimination, inline.
 inline Mat3 inverse(const Mat3& A) {
     Mat3 Ainv;
-    matinvpiv(A.data(), Ainv.data(), 3);
+    matinvpiv_fixed<3>(A.data(), Ainv.data());
     return Ainv;
 }
 

@@ -126,11 +126,8 @@ constexpr int kStackN = 9;
 
 // Column k of one Gauss-Jordan step: the pivot search (a row replaces the
 // candidate only when strictly larger), the exchange of rows k and p in both
-// matrices, and the division of row k by the pivot. N > 0 fixes the size at
-// compile time; N = 0 reads it from n_.
-template <int N>
-void pivot_row(double* W, double* Ainv, int n_, int k) {
-    const int n = N > 0 ? N : n_;
+// matrices, and the division of row k by the pivot.
+void pivot_row(double* W, double* Ainv, int n, int k) {
     int p = k;
     for (int i = k + 1; i < n; ++i)
         if (std::fabs(W[i + k * n]) > std::fabs(W[p + k * n])) p = i;
@@ -153,7 +150,7 @@ void pivot_row(double* W, double* Ainv, int n_, int k) {
 
 void gauss_jordan(double* W, double* Ainv, int n) {
     for (int k = 0; k < n; ++k) {
-        pivot_row<0>(W, Ainv, n, k);
+        pivot_row(W, Ainv, n, k);
         for (int i = 0; i < n; ++i) {
             if (i == k) continue;
             const double factor = W[i + k * n];
@@ -163,84 +160,6 @@ void gauss_jordan(double* W, double* Ainv, int n) {
             }
         }
     }
-}
-
-// The same elimination for a size known at compile time (the 3x3 and 6x6
-// matrices of every stress point and of the calibration): the same pivot
-// rule and the same operations on the same operands, element by element, so
-// the same bits. The loops are unrolled into constant indices and the rows
-// are held apart from the caller's arrays (the 3x3 one in registers); the
-// order in which independent elements are visited is free.
-// factor * v, keeping v's NaN when both are NaN: the row-k entry's NaN is
-// the one the library's inverses have always carried. A compiler is free to
-// commute a product and keep either NaN, so the order is pinned here.
-inline double times(double factor, double v) {
-#if defined(__x86_64__) && defined(__SSE2__)
-    asm("mulsd %1, %0" : "+x"(v) : "x"(factor));
-    return v;
-#else
-    return factor * v;
-#endif
-}
-
-template <int N>
-[[gnu::always_inline]] inline void gauss_jordan_fixed(double (&w)[N][N], double (&x)[N][N]) {
-#pragma GCC unroll 6
-    for (int k = 0; k < N; ++k) {
-        // The first strictly larger magnitude below row k takes the pivot.
-        int p = k;
-#pragma GCC unroll 6
-        for (int i = k + 1; i < N; ++i)
-            if (std::fabs(w[i][k]) > std::fabs(w[p][k])) p = i;
-#pragma GCC unroll 6
-        for (int i = k + 1; i < N; ++i) {
-            if (p != i) continue;
-#pragma GCC unroll 6
-            for (int j = 0; j < N; ++j) {
-                const double tw = w[k][j];
-                w[k][j] = w[i][j];
-                w[i][j] = tw;
-                const double tx = x[k][j];
-                x[k][j] = x[i][j];
-                x[i][j] = tx;
-            }
-        }
-        const double pivot = w[k][k];
-#pragma GCC unroll 6
-        for (int j = 0; j < N; ++j) {
-            w[k][j] = w[k][j] / pivot;
-            x[k][j] = x[k][j] / pivot;
-        }
-        // Every row i other than k loses its column-k entry (taken before
-        // the row changes) times row k.
-#pragma GCC unroll 6
-        for (int i = 0; i < N; ++i) {
-            if (i == k) continue;
-            const double factor = w[i][k];
-#pragma GCC unroll 6
-            for (int j = 0; j < N; ++j) {
-                w[i][j] = w[i][j] - times(factor, w[k][j]);
-                x[i][j] = x[i][j] - times(factor, x[k][j]);
-            }
-        }
-    }
-}
-
-template <int N>
-void matinvpiv_fixed(const double* A, double* Ainv) {
-    double w[N][N], x[N][N];
-#pragma GCC unroll 6
-    for (int i = 0; i < N; ++i)
-#pragma GCC unroll 6
-        for (int j = 0; j < N; ++j) {
-            w[i][j] = A[i + j * N];
-            x[i][j] = i == j ? 1.0 : 0.0;
-        }
-    gauss_jordan_fixed<N>(w, x);
-#pragma GCC unroll 6
-    for (int j = 0; j < N; ++j)
-#pragma GCC unroll 6
-        for (int i = 0; i < N; ++i) Ainv[i + j * N] = x[i][j];
 }
 
 }  // namespace

@@ -2,6 +2,8 @@
 // sizes below 1 make every routine a no-operation unless stated.
 #pragma once
 
+#include <cmath>
+
 namespace tervak {
 
 void mzeror(double* a, int n);
@@ -27,5 +29,88 @@ bool lequal(double a, double b, double tol);
 void setveclen(double* a, int n, double len);
 // Gauss-Jordan inverse with partial pivoting by rows; no singularity test.
 void matinvpiv(const double* A, double* Ainv, int n);
+
+// The elimination of matinvpiv for a size known at compile time (the 3x3
+// matrices of every return-mapping pass, the 6x6 ones of the calibration),
+// inline for the callers that invert every pass: the same pivot rule and the
+// same operations on the same operands, element by element, so the same
+// bits. The loops unroll into constant indices and the rows are held apart
+// from the caller's arrays (the 3x3 ones in registers); the order in which
+// independent elements are visited is free.
+namespace elimination {
+
+// factor * v, keeping v's NaN when both are NaN: the row-k entry's NaN is
+// the one the library's inverses have always carried. A compiler is free to
+// commute a product and keep either NaN, so the order is pinned here.
+inline double times(double factor, double v) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    asm("mulsd %1, %0" : "+x"(v) : "x"(factor));
+    return v;
+#else
+    return factor * v;
+#endif
+}
+
+template <int N>
+[[gnu::always_inline]] inline void eliminate(double (&w)[N][N], double (&x)[N][N]) {
+#pragma GCC unroll 6
+    for (int k = 0; k < N; ++k) {
+        // The first strictly larger magnitude below row k takes the pivot.
+        int p = k;
+#pragma GCC unroll 6
+        for (int i = k + 1; i < N; ++i)
+            if (std::fabs(w[i][k]) > std::fabs(w[p][k])) p = i;
+#pragma GCC unroll 6
+        for (int i = k + 1; i < N; ++i) {
+            if (p != i) continue;
+#pragma GCC unroll 6
+            for (int j = 0; j < N; ++j) {
+                const double tw = w[k][j];
+                w[k][j] = w[i][j];
+                w[i][j] = tw;
+                const double tx = x[k][j];
+                x[k][j] = x[i][j];
+                x[i][j] = tx;
+            }
+        }
+        const double pivot = w[k][k];
+#pragma GCC unroll 6
+        for (int j = 0; j < N; ++j) {
+            w[k][j] = w[k][j] / pivot;
+            x[k][j] = x[k][j] / pivot;
+        }
+        // Every row i other than k loses its column-k entry (taken before
+        // the row changes) times row k.
+#pragma GCC unroll 6
+        for (int i = 0; i < N; ++i) {
+            if (i == k) continue;
+            const double factor = w[i][k];
+#pragma GCC unroll 6
+            for (int j = 0; j < N; ++j) {
+                w[i][j] = w[i][j] - times(factor, w[k][j]);
+                x[i][j] = x[i][j] - times(factor, x[k][j]);
+            }
+        }
+    }
+}
+
+}  // namespace elimination
+
+template <int N>
+[[gnu::always_inline]] inline void matinvpiv_fixed(const double* A, double* Ainv) {
+    double w[N][N], x[N][N];
+#pragma GCC unroll 6
+    for (int i = 0; i < N; ++i)
+#pragma GCC unroll 6
+        for (int j = 0; j < N; ++j) {
+            w[i][j] = A[i + j * N];
+            x[i][j] = i == j ? 1.0 : 0.0;
+        }
+    elimination::eliminate<N>(w, x);
+#pragma GCC unroll 6
+    for (int j = 0; j < N; ++j)
+#pragma GCC unroll 6
+        for (int i = 0; i < N; ++i) Ainv[i + j * N] = x[i][j];
+}
 
 }  // namespace tervak
