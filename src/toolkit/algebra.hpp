@@ -22,11 +22,37 @@
 
 namespace tervak {
 
+// Which NaN survives a sum or a product of two NaNs is the compiler's
+// choice unless it is pinned. The products and sums below keep the NaN the
+// library's results have always carried: the first factor's, and in a sum
+// the new term's.
+namespace pinned {
+inline double mul(double a, double b) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    asm("mulsd %1, %0" : "+x"(a) : "x"(b));
+    return a;
+#else
+    return a * b;
+#endif
+}
+// s + t, keeping t's NaN.
+inline double add_term(double s, double t) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    asm("addsd %1, %0" : "+x"(t) : "x"(s));
+    return t;
+#else
+    return s + t;
+#endif
+}
+}  // namespace pinned
+
 inline Vec3 operator*(const Mat3& A, const Vec3& x) {
     Vec3 y;
+#pragma GCC unroll 3
     for (int i = 1; i <= 3; ++i) {
         double s = 0.0;
-        for (int k = 1; k <= 3; ++k) s = s + A(i, k) * x(k);
+#pragma GCC unroll 3
+        for (int k = 1; k <= 3; ++k) s = pinned::add_term(s, pinned::mul(A(i, k), x(k)));
         y(i) = s;
     }
     return y;
@@ -45,7 +71,8 @@ inline Mat3 operator*(const Mat3& A, const Mat3& B) {
 
 inline double dot(const Vec3& a, const Vec3& b) {
     double s = 0.0;
-    for (int i = 1; i <= 3; ++i) s = s + a(i) * b(i);
+#pragma GCC unroll 3
+    for (int i = 1; i <= 3; ++i) s = pinned::add_term(s, pinned::mul(a(i), b(i)));
     return s;
 }
 

@@ -51,6 +51,9 @@ inline double times(double factor, double v) {
 #endif
 }
 
+// Only Ainv leaves the elimination, so the entries of the working matrix in
+// columns already eliminated (j < k at step k, and the pivot's own column
+// once the pivot is read) are not formed: nothing reads them again.
 template <int N>
 [[gnu::always_inline]] inline void eliminate(double (&w)[N][N], double (&x)[N][N]) {
 #pragma GCC unroll 6
@@ -64,10 +67,13 @@ template <int N>
         for (int i = k + 1; i < N; ++i) {
             if (p != i) continue;
 #pragma GCC unroll 6
-            for (int j = 0; j < N; ++j) {
+            for (int j = k; j < N; ++j) {
                 const double tw = w[k][j];
                 w[k][j] = w[i][j];
                 w[i][j] = tw;
+            }
+#pragma GCC unroll 6
+            for (int j = 0; j < N; ++j) {
                 const double tx = x[k][j];
                 x[k][j] = x[i][j];
                 x[i][j] = tx;
@@ -75,10 +81,9 @@ template <int N>
         }
         const double pivot = w[k][k];
 #pragma GCC unroll 6
-        for (int j = 0; j < N; ++j) {
-            w[k][j] = w[k][j] / pivot;
-            x[k][j] = x[k][j] / pivot;
-        }
+        for (int j = k + 1; j < N; ++j) w[k][j] = w[k][j] / pivot;
+#pragma GCC unroll 6
+        for (int j = 0; j < N; ++j) x[k][j] = x[k][j] / pivot;
         // Every row i other than k loses its column-k entry (taken before
         // the row changes) times row k.
 #pragma GCC unroll 6
@@ -86,10 +91,9 @@ template <int N>
             if (i == k) continue;
             const double factor = w[i][k];
 #pragma GCC unroll 6
-            for (int j = 0; j < N; ++j) {
-                w[i][j] = w[i][j] - times(factor, w[k][j]);
-                x[i][j] = x[i][j] - times(factor, x[k][j]);
-            }
+            for (int j = k + 1; j < N; ++j) w[i][j] = w[i][j] - times(factor, w[k][j]);
+#pragma GCC unroll 6
+            for (int j = 0; j < N; ++j) x[i][j] = x[i][j] - times(factor, x[k][j]);
         }
     }
 }
