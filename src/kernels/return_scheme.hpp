@@ -249,11 +249,35 @@ void solve(const Mat3& a, const double (&b)[N], double (&x)[N]) {
     Solve<N>::run(a, b, x);
 }
 
+// The vector combinations of a pass, entry by entry, with the NaN each
+// operation keeps pinned (see pinned:: in the algebra).
+//   a + fb b    the product keeps b's NaN, the sum the product's
+inline Vec3 plus_scaled(const Vec3& a, const Vec3& b, double fb) {
+    Vec3 c;
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) c.v[k] = pinned::add_term(a.v[k], pinned::mul(b.v[k], fb));
+    return c;
+}
+//   fb b - a
+inline Vec3 scaled_minus(const Vec3& b, double fb, const Vec3& a) {
+    Vec3 c;
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) c.v[k] = pinned::mul(b.v[k], fb) - a.v[k];
+    return c;
+}
+//   a + b       a's NaN
+inline Vec3 plus(const Vec3& a, const Vec3& b) {
+    Vec3 c;
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) c.v[k] = pinned::add(a.v[k], b.v[k]);
+    return c;
+}
+
 // Prs_E - xLam_1 D3m_1 - xLam_2 D3m_2 - ..., one term after another.
 template <int N>
 Vec3 step_back(const Vec3& Prs_E, const Vec3 (&Dm)[N], const double (&xLam)[N]) {
     Vec3 p = Prs_E;
-    for (int i = 0; i < N; ++i) p = comb(p, Dm[i], 1.0, -xLam[i]);
+    for (int i = 0; i < N; ++i) p = plus_scaled(p, Dm[i], -xLam[i]);
     return p;
 }
 
@@ -362,9 +386,10 @@ void correction_pass(Set& set, const Vec3& Prs_E, const Mat3& D3, ReturnState<Se
     for (int i = 0; i < N; ++i) b[i] = s.f[i] - dot(An[i], r);
     solve<N>(a, b, s.dxLam);
     for (int i = 0; i < N; ++i) s.xLam[i] = s.xLam[i] + s.dxLam[i];
-    Vec3 u = comb(r, Dm[0], -1.0, -s.dxLam[0]);
-    for (int i = 1; i < N; ++i) u = comb(u, Dm[i], 1.0, -s.dxLam[i]);
-    s.Prs = comb(s.Prs, Ainv * u, 1.0, 1.0);
+    // -r - dxLam_1 D3m_1 - ...
+    Vec3 u = scaled_minus(Dm[0], -s.dxLam[0], r);
+    for (int i = 1; i < N; ++i) u = plus_scaled(u, Dm[i], -s.dxLam[i]);
+    s.Prs = plus(s.Prs, Ainv * u);
     set.harden(s.xLam);
     set.values(s.Prs, s.f);
     s.it = s.it + 1;

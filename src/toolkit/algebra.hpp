@@ -35,6 +35,15 @@ inline double mul(double a, double b) {
     return a * b;
 #endif
 }
+// a + b, keeping a's NaN.
+inline double add(double a, double b) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    asm("addsd %1, %0" : "+x"(a) : "x"(b));
+    return a;
+#else
+    return a + b;
+#endif
+}
 // s + t, keeping t's NaN.
 inline double add_term(double s, double t) {
 #if defined(__x86_64__) && defined(__SSE2__)
