@@ -28,13 +28,7 @@ HsParams hs_params(const HsMaterial& mt, double R, double s3) {
     return hp;
 }
 
-double hs_yield(const HsParams& hp, double q, double gamma_p, bool trace) {
-    if (!(hp.qf > q)) {
-        if (trace) say(" q > qf ");
-        q = hp.qf;
-    }
-    return HsMaterial::hyperbola_of(q, hp.qa, hp.two_qa_Ei, hp.Eur, gamma_p);
-}
+void say_q_above_qf() { say(" q > qf "); }
 
 double sin_phi_cv(const HsMaterial& mt) {
     return (mt.sinphi - mt.sinpsi) / (1.0 - mt.sinphi * mt.sinpsi);

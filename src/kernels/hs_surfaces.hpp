@@ -62,9 +62,18 @@ inline constexpr ShearFace edge_face(int iArea) { return iArea == 3 ? kFace23 : 
 
 inline double face_q(ShearFace fc, const Vec3& P) { return P(fc.i) - P(fc.j); }
 
+// The line " q > qf " of the diagnostic point.
+void say_q_above_qf();
+
 // The yield function of a deviator q at gamma_p. When saturated (q >= qf) the
 // line " q > qf " is written if trace is set (the diagnostic point).
-double hs_yield(const HsParams& hp, double q, double gamma_p, bool trace);
+inline double hs_yield(const HsParams& hp, double q, double gamma_p, bool trace) {
+    if (!(hp.qf > q)) {
+        if (trace) say_q_above_qf();
+        q = hp.qf;
+    }
+    return HsMaterial::hyperbola_of(q, hp.qa, hp.two_qa_Ei, hp.Eur, gamma_p);
+}
 
 // f of a face at P.
 inline double f_hs(const HsParams& hp, ShearFace fc, const Vec3& P, double gamma_p,
