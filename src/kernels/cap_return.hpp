@@ -58,7 +58,8 @@ struct CapSet {
         }
     }
 
-    void terms(const Vec3& P, const double (&xLam)[N], rm::SurfaceTerms<N>& t) {
+    [[gnu::always_inline]] void terms(const Vec3& P, const double (&xLam)[N],
+                                      rm::SurfaceTerms<N>& t) {
         for (int s = 0; s < N; ++s) {
             if (s == ic) {
                 const double qt = cap_qt_floored(P, cp.delta);

@@ -62,7 +62,7 @@ struct HsSet {
                                          cap.pc, cap.alpha2);
     }
 
-    void terms(const Vec3& P, const double (&)[N], rm::SurfaceTerms<N>& t) {
+    [[gnu::always_inline]] void terms(const Vec3& P, const double (&)[N], rm::SurfaceTerms<N>& t) {
         const double spsi = dil.sin_psi_mob(P);
         for (int k = 0; k < NShear; ++k) {
             t.n[k] = df_hsmdS(hp, face[k], P);
