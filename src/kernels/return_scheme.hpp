@@ -325,7 +325,8 @@ struct IterationInverse {
 };
 
 template <int N>
-IterationInverse iteration_inverse(const Curvatures<N>& c, const double (&xLam)[N]) {
+[[gnu::always_inline]] inline IterationInverse iteration_inverse(const Curvatures<N>& c,
+                                                             const double (&xLam)[N]) {
     IterationInverse r;
     Mat3 A = identity3();
     for (int i = 0; i < N; ++i) {
