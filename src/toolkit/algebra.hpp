@@ -119,7 +119,7 @@ inline Mat3 identity3() {
 }
 
 // matinvpiv's 3x3 elimination, inline.
-inline Mat3 inverse(const Mat3& A) {
+[[gnu::always_inline]] inline Mat3 inverse(const Mat3& A) {
     Mat3 Ainv;
     matinvpiv_fixed<3>(A.data(), Ainv.data());
     return Ainv;
