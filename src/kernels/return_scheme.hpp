@@ -17,6 +17,18 @@
 //                sides f_i - (Ainv n_i) . r; increments solved as in the
 //                first step; Prs += Ainv (-r - sum dxLam_i D3 m_i).
 //
+// The number of passes is the law's; what a pass costs is ours, with every
+// result bit kept. So a pass forms nothing twice and nothing that the call
+// fixes: D3 H_i is formed once per call (Curvatures), a flat surface (no
+// curvature, D3 finite) with a finite multiplier adds nothing to A, and
+// when nothing is added A and its inverse are the identity, whose products
+// are written out (IterationInverse). The surface sets form their
+// call-fixed factors once (HsParams, Dilatancy, the cap curvature). The 3x3
+// inversions are matinvpiv's fixed-size elimination, inline, and the
+// products, sums and combinations of a pass are unrolled with the NaN that
+// each keeps pinned (see pinned:: in toolkit/algebra.hpp), so that neither
+// inlining nor unrolling can change a NaN's sign.
+//
 // A kernel describes its surfaces with a small "surface set" type and lets
 // the driver below run the loop:
 //

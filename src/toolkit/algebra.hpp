@@ -12,48 +12,17 @@
 //
 // Each operation rounds once; nothing is fused (the build forbids
 // contraction) and nothing is reordered, so finite results do not depend on
-// the compiler. Which operand's NaN survives a sum of two NaNs is the
-// compiler's choice (it may commute the sum), so code that already ran
-// through the toolkit's out-of-line routines (addvec, matvec) keeps them.
+// the compiler. Which operand's NaN survives a sum or a product of two NaNs
+// is the compiler's choice (it may commute either), so code that already
+// ran through the toolkit's out-of-line routines (addvec, matvec) keeps
+// them, and the products and sums of A * x and dot, which run unrolled and
+// inline, pin the NaN they keep (pinned::).
 #pragma once
 
 #include "toolkit/types.hpp"
 #include "toolkit/usrlib.hpp"
 
 namespace tervak {
-
-// Which NaN survives a sum or a product of two NaNs is the compiler's
-// choice unless it is pinned. The products and sums below keep the NaN the
-// library's results have always carried: the first factor's, and in a sum
-// the new term's.
-namespace pinned {
-inline double mul(double a, double b) {
-#if defined(__x86_64__) && defined(__SSE2__)
-    asm("mulsd %1, %0" : "+x"(a) : "x"(b));
-    return a;
-#else
-    return a * b;
-#endif
-}
-// a + b, keeping a's NaN.
-inline double add(double a, double b) {
-#if defined(__x86_64__) && defined(__SSE2__)
-    asm("addsd %1, %0" : "+x"(a) : "x"(b));
-    return a;
-#else
-    return a + b;
-#endif
-}
-// s + t, keeping t's NaN.
-inline double add_term(double s, double t) {
-#if defined(__x86_64__) && defined(__SSE2__)
-    asm("addsd %1, %0" : "+x"(t) : "x"(s));
-    return t;
-#else
-    return s + t;
-#endif
-}
-}  // namespace pinned
 
 inline Vec3 operator*(const Mat3& A, const Vec3& x) {
     Vec3 y;

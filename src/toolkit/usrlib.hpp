@@ -30,6 +30,40 @@ void setveclen(double* a, int n, double len);
 // Gauss-Jordan inverse with partial pivoting by rows; no singularity test.
 void matinvpiv(const double* A, double* Ainv, int n);
 
+// Which NaN survives a sum or a product of two NaNs is the compiler's
+// choice unless it is pinned: the operations below fix it, so that code
+// that runs inline and unrolled keeps the NaN the library's results have
+// always carried, wherever the compiler puts it.
+namespace pinned {
+// a * b, keeping a's NaN.
+inline double mul(double a, double b) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    asm("mulsd %1, %0" : "+x"(a) : "x"(b));
+    return a;
+#else
+    return a * b;
+#endif
+}
+// a + b, keeping a's NaN.
+inline double add(double a, double b) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    asm("addsd %1, %0" : "+x"(a) : "x"(b));
+    return a;
+#else
+    return a + b;
+#endif
+}
+// s + t, keeping t's NaN.
+inline double add_term(double s, double t) {
+#if defined(__x86_64__) && defined(__SSE2__)
+    asm("addsd %1, %0" : "+x"(t) : "x"(s));
+    return t;
+#else
+    return s + t;
+#endif
+}
+}  // namespace pinned
+
 // The elimination of matinvpiv for a size known at compile time (the 3x3
 // matrices of every return-mapping pass, the 6x6 ones of the calibration),
 // inline for the callers that invert every pass: the same pivot rule and the
@@ -38,18 +72,6 @@ void matinvpiv(const double* A, double* Ainv, int n);
 // from the caller's arrays (the 3x3 ones in registers); the order in which
 // independent elements are visited is free.
 namespace elimination {
-
-// factor * v, keeping v's NaN when both are NaN: the row-k entry's NaN is
-// the one the library's inverses have always carried. A compiler is free to
-// commute a product and keep either NaN, so the order is pinned here.
-inline double times(double factor, double v) {
-#if defined(__x86_64__) && defined(__SSE2__)
-    asm("mulsd %1, %0" : "+x"(v) : "x"(factor));
-    return v;
-#else
-    return factor * v;
-#endif
-}
 
 // Only Ainv leaves the elimination, so the entries of the working matrix in
 // columns already eliminated (j < k at step k, and the pivot's own column
@@ -85,15 +107,15 @@ template <int N>
 #pragma GCC unroll 6
         for (int j = 0; j < N; ++j) x[k][j] = x[k][j] / pivot;
         // Every row i other than k loses its column-k entry (taken before
-        // the row changes) times row k.
+        // the row changes) times row k; a product of two NaNs keeps row k's.
 #pragma GCC unroll 6
         for (int i = 0; i < N; ++i) {
             if (i == k) continue;
             const double factor = w[i][k];
 #pragma GCC unroll 6
-            for (int j = k + 1; j < N; ++j) w[i][j] = w[i][j] - times(factor, w[k][j]);
+            for (int j = k + 1; j < N; ++j) w[i][j] = w[i][j] - pinned::mul(w[k][j], factor);
 #pragma GCC unroll 6
-            for (int j = 0; j < N; ++j) x[i][j] = x[i][j] - times(factor, x[k][j]);
+            for (int j = 0; j < N; ++j) x[i][j] = x[i][j] - pinned::mul(x[k][j], factor);
         }
     }
 }
