@@ -26,13 +26,27 @@ namespace tervak {
 
 inline Vec3 operator*(const Mat3& A, const Vec3& x) {
     Vec3 y;
+#if defined(__x86_64__) && defined(__SSE2__)
+    // Rows 1 and 2 side by side (adjacent in a column), row 3 alone.
+    pinned::Pair s12 = {0.0, 0.0};
+    double s3 = 0.0;
 #pragma GCC unroll 3
+    for (int k = 1; k <= 3; ++k) {
+        const pinned::Pair a12 = {A(1, k), A(2, k)};
+        const pinned::Pair xk = {x(k), x(k)};
+        s12 = pinned::add_term(s12, pinned::mul(a12, xk));
+        s3 = pinned::add_term(s3, pinned::mul(A(3, k), x(k)));
+    }
+    y(1) = s12[0];
+    y(2) = s12[1];
+    y(3) = s3;
+#else
     for (int i = 1; i <= 3; ++i) {
         double s = 0.0;
-#pragma GCC unroll 3
         for (int k = 1; k <= 3; ++k) s = pinned::add_term(s, pinned::mul(A(i, k), x(k)));
         y(i) = s;
     }
+#endif
     return y;
 }
 

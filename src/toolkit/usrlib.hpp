@@ -62,6 +62,19 @@ inline double add_term(double s, double t) {
     return s + t;
 #endif
 }
+
+#if defined(__x86_64__) && defined(__SSE2__)
+// Two lanes at once, each lane as the scalar operation above.
+typedef double Pair __attribute__((vector_size(16)));
+inline Pair mul(Pair a, Pair b) {
+    asm("mulpd %1, %0" : "+x"(a) : "x"(b));
+    return a;
+}
+inline Pair add_term(Pair s, Pair t) {
+    asm("addpd %1, %0" : "+x"(t) : "x"(s));
+    return t;
+}
+#endif
 }  // namespace pinned
 
 // The elimination of matinvpiv for a size known at compile time (the 3x3
