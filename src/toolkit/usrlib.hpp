@@ -81,10 +81,48 @@ inline Pair add_term(Pair s, Pair t) {
 // matrices of every return-mapping pass, the 6x6 ones of the calibration),
 // inline for the callers that invert every pass: the same pivot rule and the
 // same operations on the same operands, element by element, so the same
-// bits. The loops unroll into constant indices and the rows are held apart
-// from the caller's arrays (the 3x3 ones in registers); the order in which
-// independent elements are visited is free.
+// bits. The loops unroll into constant indices, the rows are held apart
+// from the caller's arrays (the 3x3 ones in registers), and a row's entries
+// go two at a time through the two lanes of a register; the order in which
+// independent entries are visited is free.
 namespace elimination {
+
+// r(j) = r(j) / pivot for j = j0 .. N-1.
+template <int N>
+[[gnu::always_inline]] inline void divide(double (&r)[N], double pivot, int j0) {
+    int j = j0;
+#if defined(__x86_64__) && defined(__SSE2__)
+    const pinned::Pair pivot2 = {pivot, pivot};
+#pragma GCC unroll 6
+    for (; j + 1 < N; j += 2) {
+        const pinned::Pair q = pinned::Pair{r[j], r[j + 1]} / pivot2;
+        r[j] = q[0];
+        r[j + 1] = q[1];
+    }
+#endif
+#pragma GCC unroll 6
+    for (; j < N; ++j) r[j] = r[j] / pivot;
+}
+
+// ri(j) = ri(j) - rk(j) factor for j = j0 .. N-1; a product of two NaNs
+// keeps rk's.
+template <int N>
+[[gnu::always_inline]] inline void subtract_multiple(double (&ri)[N], const double (&rk)[N],
+                                                     double factor, int j0) {
+    int j = j0;
+#if defined(__x86_64__) && defined(__SSE2__)
+    const pinned::Pair factor2 = {factor, factor};
+#pragma GCC unroll 6
+    for (; j + 1 < N; j += 2) {
+        const pinned::Pair d =
+            pinned::Pair{ri[j], ri[j + 1]} - pinned::mul(pinned::Pair{rk[j], rk[j + 1]}, factor2);
+        ri[j] = d[0];
+        ri[j + 1] = d[1];
+    }
+#endif
+#pragma GCC unroll 6
+    for (; j < N; ++j) ri[j] = ri[j] - pinned::mul(rk[j], factor);
+}
 
 // Only Ainv leaves the elimination, so the entries of the working matrix in
 // columns already eliminated (j < k at step k, and the pivot's own column
@@ -115,20 +153,16 @@ template <int N>
             }
         }
         const double pivot = w[k][k];
-#pragma GCC unroll 6
-        for (int j = k + 1; j < N; ++j) w[k][j] = w[k][j] / pivot;
-#pragma GCC unroll 6
-        for (int j = 0; j < N; ++j) x[k][j] = x[k][j] / pivot;
+        divide<N>(w[k], pivot, k + 1);
+        divide<N>(x[k], pivot, 0);
         // Every row i other than k loses its column-k entry (taken before
-        // the row changes) times row k; a product of two NaNs keeps row k's.
+        // the row changes) times row k.
 #pragma GCC unroll 6
         for (int i = 0; i < N; ++i) {
             if (i == k) continue;
             const double factor = w[i][k];
-#pragma GCC unroll 6
-            for (int j = k + 1; j < N; ++j) w[i][j] = w[i][j] - pinned::mul(w[k][j], factor);
-#pragma GCC unroll 6
-            for (int j = 0; j < N; ++j) x[i][j] = x[i][j] - pinned::mul(x[k][j], factor);
+            subtract_multiple<N>(w[i], w[k], factor, k + 1);
+            subtract_multiple<N>(x[i], x[k], factor, 0);
         }
     }
 }
