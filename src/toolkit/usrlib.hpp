@@ -53,15 +53,9 @@ inline double add(double a, double b) {
     return a + b;
 #endif
 }
-// s + t, keeping t's NaN.
-inline double add_term(double s, double t) {
-#if defined(__x86_64__) && defined(__SSE2__)
-    asm("addsd %1, %0" : "+x"(t) : "x"(s));
-    return t;
-#else
-    return s + t;
-#endif
-}
+// s + t, keeping t's NaN (a sum commutes in value; only the NaN it keeps
+// tells s + t from t + s).
+inline double add_term(double s, double t) { return add(t, s); }
 
 #if defined(__x86_64__) && defined(__SSE2__)
 // Two lanes at once, each lane as the scalar operation above.
