@@ -277,6 +277,23 @@ inline Vec3 scaled_minus(const Vec3& b, double fb, const Vec3& a) {
     for (int k = 0; k < 3; ++k) c.v[k] = pinned::mul(b.v[k], fb) - a.v[k];
     return c;
 }
+//   A + fb B    as a + fb b, entry by entry, two entries at a time
+inline Mat3 plus_scaled(const Mat3& A, const Mat3& B, double fb) {
+    Mat3 C;
+    int e = 0;
+#if defined(__x86_64__) && defined(__SSE2__)
+    const pinned::Pair fb2 = {fb, fb};
+#pragma GCC unroll 4
+    for (; e + 1 < 9; e += 2) {
+        const pinned::Pair t = pinned::mul(pinned::Pair{B.a[e], B.a[e + 1]}, fb2);
+        const pinned::Pair c = pinned::add_term(pinned::Pair{A.a[e], A.a[e + 1]}, t);
+        C.a[e] = c[0];
+        C.a[e + 1] = c[1];
+    }
+#endif
+    for (; e < 9; ++e) C.a[e] = pinned::add_term(A.a[e], pinned::mul(B.a[e], fb));
+    return C;
+}
 //   a + b       a's NaN
 inline Vec3 plus(const Vec3& a, const Vec3& b) {
     Vec3 c;
@@ -343,7 +360,7 @@ template <int N>
     Mat3 A = identity3();
     for (int i = 0; i < N; ++i) {
         if (c.flat[i] && std::isfinite(xLam[i])) continue;
-        A = comb(A, c.DH[i], 1.0, xLam[i]);
+        A = plus_scaled(A, c.DH[i], xLam[i]);
         r.identity = false;
     }
     r.Ainv = r.identity ? A : inverse(A);

@@ -75,7 +75,6 @@ inline Vec3 comb(const Vec3& a, const Vec3& b, double fa, double fb) {
 }
 inline Mat3 comb(const Mat3& a, const Mat3& b, double fa, double fb) {
     Mat3 c;
-#pragma GCC unroll 9
     for (int i = 0; i < 9; ++i) c.a[i] = fa * a.a[i] + fb * b.a[i];
     return c;
 }
