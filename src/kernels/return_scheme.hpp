@@ -262,13 +262,34 @@ void solve(const Mat3& a, const double (&b)[N], double (&x)[N]) {
 }
 
 // The vector combinations of a pass, entry by entry, with the NaN each
-// operation keeps pinned (see pinned:: in the algebra).
-//   a + fb b    the product keeps b's NaN, the sum the product's
+// operation keeps pinned (see pinned:: in the toolkit).
+//   c = a + fb b over M entries, two at a time: the product keeps b's NaN,
+//   the sum the product's
+template <int M>
+[[gnu::always_inline]] inline void plus_scaled(const double* a, const double* b, double fb,
+                                               double* c) {
+    int e = 0;
+#if defined(__x86_64__) && defined(__SSE2__)
+    const pinned::Pair fb2 = {fb, fb};
+#pragma GCC unroll 4
+    for (; e + 1 < M; e += 2) {
+        const pinned::Pair t = pinned::mul(pinned::Pair{b[e], b[e + 1]}, fb2);
+        const pinned::Pair r = pinned::add_term(pinned::Pair{a[e], a[e + 1]}, t);
+        c[e] = r[0];
+        c[e + 1] = r[1];
+    }
+#endif
+    for (; e < M; ++e) c[e] = pinned::add_term(a[e], pinned::mul(b[e], fb));
+}
 inline Vec3 plus_scaled(const Vec3& a, const Vec3& b, double fb) {
     Vec3 c;
-#pragma GCC unroll 3
-    for (int k = 0; k < 3; ++k) c.v[k] = pinned::add_term(a.v[k], pinned::mul(b.v[k], fb));
+    plus_scaled<3>(a.v, b.v, fb, c.v);
     return c;
+}
+inline Mat3 plus_scaled(const Mat3& A, const Mat3& B, double fb) {
+    Mat3 C;
+    plus_scaled<9>(A.a, B.a, fb, C.a);
+    return C;
 }
 //   fb b - a
 inline Vec3 scaled_minus(const Vec3& b, double fb, const Vec3& a) {
@@ -276,23 +297,6 @@ inline Vec3 scaled_minus(const Vec3& b, double fb, const Vec3& a) {
 #pragma GCC unroll 3
     for (int k = 0; k < 3; ++k) c.v[k] = pinned::mul(b.v[k], fb) - a.v[k];
     return c;
-}
-//   A + fb B    as a + fb b, entry by entry, two entries at a time
-inline Mat3 plus_scaled(const Mat3& A, const Mat3& B, double fb) {
-    Mat3 C;
-    int e = 0;
-#if defined(__x86_64__) && defined(__SSE2__)
-    const pinned::Pair fb2 = {fb, fb};
-#pragma GCC unroll 4
-    for (; e + 1 < 9; e += 2) {
-        const pinned::Pair t = pinned::mul(pinned::Pair{B.a[e], B.a[e + 1]}, fb2);
-        const pinned::Pair c = pinned::add_term(pinned::Pair{A.a[e], A.a[e + 1]}, t);
-        C.a[e] = c[0];
-        C.a[e + 1] = c[1];
-    }
-#endif
-    for (; e < 9; ++e) C.a[e] = pinned::add_term(A.a[e], pinned::mul(B.a[e], fb));
-    return C;
 }
 //   a + b       a's NaN
 inline Vec3 plus(const Vec3& a, const Vec3& b) {
