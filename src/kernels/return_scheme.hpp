@@ -26,7 +26,7 @@
 // call-fixed factors once (HsParams, Dilatancy, the cap curvature). The 3x3
 // inversions are matinvpiv's fixed-size elimination, inline, and the
 // products, sums and combinations of a pass are unrolled with the NaN that
-// each keeps pinned (see pinned:: in toolkit/algebra.hpp), so that neither
+// each keeps pinned (see pinned:: in toolkit/usrlib.hpp), so that neither
 // inlining nor unrolling can change a NaN's sign.
 //
 // A kernel describes its surfaces with a small "surface set" type and lets
@@ -262,7 +262,7 @@ void solve(const Mat3& a, const double (&b)[N], double (&x)[N]) {
 }
 
 // The vector combinations of a pass, entry by entry, with the NaN each
-// operation keeps pinned (see pinned:: in the toolkit).
+// operation keeps pinned (see pinned:: in toolkit/usrlib.hpp).
 //   c = a + fb b over M entries, two at a time: the product keeps b's NaN,
 //   the sum the product's
 template <int M>
@@ -340,10 +340,11 @@ void form_curvatures(const Set& set, const Mat3& D3, Curvatures<Set::N>& c) {
 //
 // Deliberate: A is formed in full even when every H is zero, so a non-finite
 // multiplier reaches it. A term of a flat surface with a finite multiplier
-// is a signed zero; no entry of A is ever -0 (each is 1 A + b from the
-// identity's +0 and 1), so such a term leaves A as it is and is not added.
-// When no term is added A is the identity, and so is its matinvpiv inverse,
-// exactly: Gauss-Jordan on I divides by 1 and subtracts zero multiples.
+// is a signed zero. No entry of A is ever -0: the identity's entries are +0
+// and 1, and a sum is -0 only when both of its operands are. So such a term
+// leaves A as it is and is not added. When no term is added A is the
+// identity, and so is its matinvpiv inverse, exactly: Gauss-Jordan on I
+// divides by 1 and subtracts zero multiples.
 struct IterationInverse {
     Mat3 Ainv;
     bool identity = true;
