@@ -58,14 +58,14 @@ struct CapSet {
         }
     }
 
-    void terms(const Vec3& P, const double (&xLam)[N], rm::SurfaceTerms<N>& t) {
+    [[gnu::always_inline]] void terms(const Vec3& P, const double (&xLam)[N],
+                                      rm::SurfaceTerms<N>& t) {
         for (int s = 0; s < N; ++s) {
             if (s == ic) {
                 const double qt = cap_qt_floored(P, cp.delta);
                 const double p = HsMaterial::mean(P);
                 t.n[s] = df_capmdS(qt, p, cp.delta, cp.alpha2);
                 t.m[s] = t.n[s];
-                t.H[s] = H;
                 xh = mt.xh_cap(p, pc, cp.h);
                 t.d[s] = -(df_capmdq(pc) * xh);
             } else {
@@ -73,6 +73,8 @@ struct CapSet {
             }
         }
     }
+
+    const Mat3* curvature(int s) const { return s == ic ? &H : nullptr; }
 
     void harden(const double (&xLam)[N]) { pc = std::max(pc_E + xLam[ic] * xh, pc_E); }
 };

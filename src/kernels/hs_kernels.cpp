@@ -41,6 +41,7 @@ template <int NShear, Partner X>
 struct HsSet {
     static constexpr int N = NShear + (X == Partner::None ? 0 : 1);
     HsParams hp;
+    Dilatancy dil;
     ShearFace face[NShear];
     bool trace_qf = false;  // " q > qf " at the diagnostic point
     double gamma0 = 0.0;  // gamma_p at the start
@@ -48,7 +49,7 @@ struct HsSet {
     CapPart cap;
 
     HsSet(const HsParams& params, int iArea, double gamma_p0, bool dbg, const CapPart& cp)
-        : hp(params), trace_qf(dbg), gamma0(gamma_p0), gamma(gamma_p0), cap(cp) {
+        : hp(params), dil(*params.mt), trace_qf(dbg), gamma0(gamma_p0), gamma(gamma_p0), cap(cp) {
         face[0] = kFace13;
         if constexpr (NShear == 2) face[1] = edge_face(iArea);
     }
@@ -61,8 +62,8 @@ struct HsSet {
                                          cap.pc, cap.alpha2);
     }
 
-    void terms(const Vec3& P, const double (&)[N], rm::SurfaceTerms<N>& t) {
-        const double spsi = sin_psi_mob(*hp.mt, P);
+    [[gnu::always_inline]] void terms(const Vec3& P, const double (&)[N], rm::SurfaceTerms<N>& t) {
+        const double spsi = dil.sin_psi_mob(P);
         for (int k = 0; k < NShear; ++k) {
             t.n[k] = df_hsmdS(hp, face[k], P);
             t.m[k] = dg_hsmdS(face[k], spsi);
@@ -76,11 +77,14 @@ struct HsSet {
             const double p = HsMaterial::mean(P);
             t.n[N - 1] = hs_df_capmdS(HsMaterial::cap_qt(P, cap.delta), p, cap.delta, cap.alpha2);
             t.m[N - 1] = t.n[N - 1];
-            t.H[N - 1] = cap.H;
             cap.xh = hp.mt->xh_cap(p, cap.pc, hp.h);
             // -2 p_p xh_cap with p_p = -pc: the cap hardening raises the diagonal.
             t.d[N - 1] = 2.0 * cap.pc * cap.xh;
         }
+    }
+
+    const Mat3* curvature(int i) const {
+        return X == Partner::Cap && i == N - 1 ? &cap.H : nullptr;
     }
 
     void harden(const double (&xLam)[N]) {

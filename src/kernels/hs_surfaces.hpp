@@ -16,6 +16,8 @@
 // (edge P1 = P2). All share the mobilised dilatancy of the current state.
 #pragma once
 
+#include <algorithm>
+
 #include "toolkit/material.hpp"
 #include "toolkit/types.hpp"
 
@@ -31,6 +33,10 @@ struct HsParams {
     double S = 0.0;    // stress factor of the stiffnesses
     double Ei = 0.0;
     double Eur = 0.0;
+    // Factors of the yield function and its slope, fixed with the above.
+    double two_qa_Ei = 0.0;  // 2 qa / Ei
+    double two_qa2 = 0.0;    // 2 (qa qa)
+    double two_Eur = 0.0;    // 2 / Eur
 };
 
 // The kernel's strength: qf with the floor max(1, ccot + T) on s3 + ccot.
@@ -56,9 +62,18 @@ inline constexpr ShearFace edge_face(int iArea) { return iArea == 3 ? kFace23 : 
 
 inline double face_q(ShearFace fc, const Vec3& P) { return P(fc.i) - P(fc.j); }
 
+// The line " q > qf " of the diagnostic point.
+void say_q_above_qf();
+
 // The yield function of a deviator q at gamma_p. When saturated (q >= qf) the
 // line " q > qf " is written if trace is set (the diagnostic point).
-double hs_yield(const HsParams& hp, double q, double gamma_p, bool trace);
+inline double hs_yield(const HsParams& hp, double q, double gamma_p, bool trace) {
+    if (!(hp.qf > q)) {
+        if (trace) say_q_above_qf();
+        q = hp.qf;
+    }
+    return HsMaterial::hyperbola_of(q, hp.qa, hp.two_qa_Ei, hp.Eur, gamma_p);
+}
 
 // f of a face at P.
 inline double f_hs(const HsParams& hp, ShearFace fc, const Vec3& P, double gamma_p,
@@ -68,10 +83,20 @@ inline double f_hs(const HsParams& hp, ShearFace fc, const Vec3& P, double gamma
 
 // The slope df/dq = 2 qa^2 / (Ei (qa - q^)^2) - 2 / Eur, with q^ = q below
 // the strength and qf at or beyond it.
-double hs_slope(const HsParams& hp, double q);
+inline double hs_slope(const HsParams& hp, double q) {
+    const double qh = hp.qf > q ? q : hp.qf;
+    const double d = hp.qa - qh;
+    return hp.two_qa2 / (hp.Ei * (d * d)) - hp.two_Eur;
+}
 
 // Gradient of a face at P: a at position i, -a at position j.
-Vec3 df_hsmdS(const HsParams& hp, ShearFace fc, const Vec3& P);
+inline Vec3 df_hsmdS(const HsParams& hp, ShearFace fc, const Vec3& P) {
+    const double a = hs_slope(hp, face_q(fc, P));
+    Vec3 g;
+    g(fc.i) = a;
+    g(fc.j) = -a;
+    return g;
+}
 
 // Mobilised friction, clamped to [0, sin phi] (the Contractant law raises it
 // to the K0 value first).
@@ -83,11 +108,35 @@ double sin_phi_cv(const HsMaterial& mt);
 // Mobilised dilatancy by the material's law, at P.
 double sin_psi_mob(const HsMaterial& mt, const Vec3& P);
 
+// The mobilised friction and dilatancy of a material with the terms that do
+// not depend on the stresses formed once (a kernel call asks at every pass).
+struct Dilatancy {
+    const HsMaterial* mt;
+    double cohesion;  // 2 c cos(phi) / sin(phi), as the friction law writes it
+    double spcv;      // sin_phi_cv
+    double M = 0.0;       // 6 spcv / (3 - spcv)          (Contractant law)
+    double etaK0 = 0.0;   // 3 (1 - K0) / (1 + 2 K0)      (Contractant law)
+
+    explicit Dilatancy(const HsMaterial& m);
+    double sin_phi_mob(const Vec3& P) const;
+    double sin_psi_mob(const Vec3& P) const;
+
+private:
+    double contraction(const Vec3& P, double spm) const;
+};
+
 // Flow vector of a face: (1 - sin_psi_m)/2 at position i, -(1 + sin_psi_m)/2
 // at position j.
-Vec3 dg_hsmdS(ShearFace fc, double sin_psi_m);
+inline Vec3 dg_hsmdS(ShearFace fc, double sin_psi_m) {
+    Vec3 g;
+    g(fc.i) = (1.0 - sin_psi_m) / 2.0;
+    g(fc.j) = -(1.0 + sin_psi_m) / 2.0;
+    return g;
+}
 
 // Trial gamma_p after a shear multiplier: the variable never decreases.
-double hs_gamma_trial(double gamma_p0, double h, double xLam13);
+inline double hs_gamma_trial(double gamma_p0, double h, double xLam13) {
+    return std::max(gamma_p0 + h * xLam13, gamma_p0);
+}
 
 }  // namespace tervak

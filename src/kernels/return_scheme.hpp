@@ -17,6 +17,18 @@
 //                sides f_i - (Ainv n_i) . r; increments solved as in the
 //                first step; Prs += Ainv (-r - sum dxLam_i D3 m_i).
 //
+// The number of passes is the law's; what a pass costs is ours, with every
+// result bit kept. So a pass forms nothing twice and nothing that the call
+// fixes: D3 H_i is formed once per call (Curvatures), a flat surface (no
+// curvature, D3 finite) with a finite multiplier adds nothing to A, and
+// when nothing is added A and its inverse are the identity, whose products
+// are written out (IterationInverse). The surface sets form their
+// call-fixed factors once (HsParams, Dilatancy, the cap curvature). The 3x3
+// inversions are matinvpiv's fixed-size elimination, inline, and the
+// products, sums and combinations of a pass are unrolled with the NaN that
+// each keeps pinned (see pinned:: in toolkit/usrlib.hpp), so that neither
+// inlining nor unrolling can change a NaN's sign.
+//
 // A kernel describes its surfaces with a small "surface set" type and lets
 // the driver below run the loop:
 //
@@ -24,10 +36,13 @@
 //       static constexpr int N = 2;                 // active surfaces
 //       // values f_i at P with the current (trial) hardening state
 //       void values(const Vec3& P, double (&f)[N]);
-//       // gradients n_i, flow vectors m_i, curvatures H_i and the hardening
-//       // terms d_i on the diagonal of the multiplier system, at P; xLam are
-//       // the multipliers so far (all zero for the first step)
+//       // gradients n_i, flow vectors m_i and the hardening terms d_i on
+//       // the diagonal of the multiplier system, at P; xLam are the
+//       // multipliers so far (all zero for the first step)
 //       void terms(const Vec3& P, const double (&xLam)[N], SurfaceTerms<N>& t);
+//       // curvature H_i of surface i, fixed for the call; null when H_i is
+//       // zero (plane faces, shear surfaces)
+//       const Mat3* curvature(int i) const;
 //       // called after every update of the multipliers: advance the trial
 //       // hardening variables (gamma_p, pc, ...) so that the next values()
 //       // sees them
@@ -105,8 +120,20 @@ template <int N>
 struct SurfaceTerms {
     Vec3 n[N];          // yield-function gradients
     Vec3 m[N];          // flow vectors (plastic-potential gradients)
-    Mat3 H[N];          // curvature of the potentials (zero for planes)
     double d[N] = {};   // hardening terms added to the diagonal of (a_ij)
+};
+
+// The products D3 H_i of the call's elastic matrix and the curvatures of the
+// potentials. Both are fixed for a whole call, so they are formed once, at
+// the first correction pass. A surface without curvature (a plane face, a
+// shear surface) is "flat" when D3 is finite as well: D3 H_i is then exactly
+// zero and xLam_i (D3 H_i) adds nothing to the iteration matrix while xLam_i
+// is finite.
+template <int N>
+struct Curvatures {
+    bool ready = false;
+    bool flat[N] = {};
+    Mat3 DH[N];
 };
 
 template <int N>
@@ -117,6 +144,7 @@ struct ReturnState {
     double xLam[N] = {};   // multipliers
     double dxLam[N] = {};  // last increments
     int it = 0;            // correction passes done
+    Curvatures<N> curv;    // D3 H_i of the call
 };
 
 inline double tolerance(double f_trial) { return std::fabs(f_trial) * 1e-12 + 1e-12; }
@@ -233,21 +261,115 @@ void solve(const Mat3& a, const double (&b)[N], double (&x)[N]) {
     Solve<N>::run(a, b, x);
 }
 
+// The vector combinations of a pass, entry by entry, with the NaN each
+// operation keeps pinned (see pinned:: in toolkit/usrlib.hpp).
+//   c = a + fb b over M entries, two at a time: the product keeps b's NaN,
+//   the sum the product's
+template <int M>
+[[gnu::always_inline]] inline void plus_scaled(const double* a, const double* b, double fb,
+                                               double* c) {
+    int e = 0;
+#if defined(__x86_64__) && defined(__SSE2__)
+    const pinned::Pair fb2 = {fb, fb};
+#pragma GCC unroll 4
+    for (; e + 1 < M; e += 2) {
+        const pinned::Pair t = pinned::mul(pinned::Pair{b[e], b[e + 1]}, fb2);
+        const pinned::Pair r = pinned::add_term(pinned::Pair{a[e], a[e + 1]}, t);
+        c[e] = r[0];
+        c[e + 1] = r[1];
+    }
+#endif
+    for (; e < M; ++e) c[e] = pinned::add_term(a[e], pinned::mul(b[e], fb));
+}
+inline Vec3 plus_scaled(const Vec3& a, const Vec3& b, double fb) {
+    Vec3 c;
+    plus_scaled<3>(a.v, b.v, fb, c.v);
+    return c;
+}
+inline Mat3 plus_scaled(const Mat3& A, const Mat3& B, double fb) {
+    Mat3 C;
+    plus_scaled<9>(A.a, B.a, fb, C.a);
+    return C;
+}
+//   fb b - a
+inline Vec3 scaled_minus(const Vec3& b, double fb, const Vec3& a) {
+    Vec3 c;
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) c.v[k] = pinned::mul(b.v[k], fb) - a.v[k];
+    return c;
+}
+//   a + b       a's NaN
+inline Vec3 plus(const Vec3& a, const Vec3& b) {
+    Vec3 c;
+#pragma GCC unroll 3
+    for (int k = 0; k < 3; ++k) c.v[k] = pinned::add(a.v[k], b.v[k]);
+    return c;
+}
+
 // Prs_E - xLam_1 D3m_1 - xLam_2 D3m_2 - ..., one term after another.
 template <int N>
 Vec3 step_back(const Vec3& Prs_E, const Vec3 (&Dm)[N], const double (&xLam)[N]) {
     Vec3 p = Prs_E;
-    for (int i = 0; i < N; ++i) p = comb(p, Dm[i], 1.0, -xLam[i]);
+    for (int i = 0; i < N; ++i) p = plus_scaled(p, Dm[i], -xLam[i]);
     return p;
 }
 
-// Deliberate: the iteration matrix I + xLam_1 (D3 H_1) + ... is formed in
-// full even when every H is zero, so a non-finite multiplier reaches it.
+inline bool finite(const Vec3& v) {
+    return std::isfinite(v(1)) && std::isfinite(v(2)) && std::isfinite(v(3));
+}
+inline bool finite(const Mat3& A) {
+    for (int i = 0; i < 9; ++i)
+        if (!std::isfinite(A.a[i])) return false;
+    return true;
+}
+
+// D3 H_i for every surface; set.curvature(i) is null for a surface without
+// curvature (H_i zero).
+template <class Set>
+void form_curvatures(const Set& set, const Mat3& D3, Curvatures<Set::N>& c) {
+    const bool finiteD3 = finite(D3);
+    for (int i = 0; i < Set::N; ++i) {
+        const Mat3* H = set.curvature(i);
+        c.flat[i] = H == nullptr && finiteD3;
+        if (!c.flat[i]) c.DH[i] = D3 * (H != nullptr ? *H : Mat3{});
+    }
+    c.ready = true;
+}
+
+// The inverse of the iteration matrix A = I + xLam_1 (D3 H_1) + ...
+//
+// Deliberate: A is formed in full even when every H is zero, so a non-finite
+// multiplier reaches it. A term of a flat surface with a finite multiplier
+// is a signed zero. No entry of A is ever -0: the identity's entries are +0
+// and 1, and a sum is -0 only when both of its operands are. So such a term
+// leaves A as it is and is not added. When no term is added A is the
+// identity, and so is its matinvpiv inverse, exactly: Gauss-Jordan on I
+// divides by 1 and subtracts zero multiples.
+struct IterationInverse {
+    Mat3 Ainv;
+    bool identity = true;
+
+    // Ainv v. With Ainv = I and v finite, entry i is 0 + v(i) (the sum's
+    // first term; the terms 0 v(k) that follow add a signed zero to a value
+    // that is not -0).
+    Vec3 operator*(const Vec3& v) const {
+        if (identity && finite(v)) return Vec3{{0.0 + v(1), 0.0 + v(2), 0.0 + v(3)}};
+        return Ainv * v;
+    }
+};
+
 template <int N>
-Mat3 iteration_matrix(const Mat3& D3, const SurfaceTerms<N>& t, const double (&xLam)[N]) {
+[[gnu::always_inline]] inline IterationInverse iteration_inverse(const Curvatures<N>& c,
+                                                             const double (&xLam)[N]) {
+    IterationInverse r;
     Mat3 A = identity3();
-    for (int i = 0; i < N; ++i) A = comb(A, D3 * t.H[i], 1.0, xLam[i]);
-    return A;
+    for (int i = 0; i < N; ++i) {
+        if (c.flat[i] && std::isfinite(xLam[i])) continue;
+        A = plus_scaled(A, c.DH[i], xLam[i]);
+        r.identity = false;
+    }
+    r.Ainv = r.identity ? A : inverse(A);
+    return r;
 }
 
 // ---------------------------------------------------------------------------
@@ -280,9 +402,10 @@ void first_step(Set& set, const Vec3& Prs_E, const Mat3& D3, ReturnState<Set::N>
 template <class Set>
 void correction_pass(Set& set, const Vec3& Prs_E, const Mat3& D3, ReturnState<Set::N>& s) {
     constexpr int N = Set::N;
+    if (!s.curv.ready) form_curvatures(set, D3, s.curv);
     SurfaceTerms<N> t;
     set.terms(s.Prs, s.xLam, t);
-    const Mat3 Ainv = inverse(iteration_matrix<N>(D3, t, s.xLam));
+    const IterationInverse Ainv = iteration_inverse<N>(s.curv, s.xLam);
     Vec3 Dm[N], An[N];
     for (int i = 0; i < N; ++i) {
         Dm[i] = D3 * t.m[i];
@@ -298,9 +421,10 @@ void correction_pass(Set& set, const Vec3& Prs_E, const Mat3& D3, ReturnState<Se
     for (int i = 0; i < N; ++i) b[i] = s.f[i] - dot(An[i], r);
     solve<N>(a, b, s.dxLam);
     for (int i = 0; i < N; ++i) s.xLam[i] = s.xLam[i] + s.dxLam[i];
-    Vec3 u = comb(r, Dm[0], -1.0, -s.dxLam[0]);
-    for (int i = 1; i < N; ++i) u = comb(u, Dm[i], 1.0, -s.dxLam[i]);
-    s.Prs = comb(s.Prs, Ainv * u, 1.0, 1.0);
+    // -r - dxLam_1 D3m_1 - ...
+    Vec3 u = scaled_minus(Dm[0], -s.dxLam[0], r);
+    for (int i = 1; i < N; ++i) u = plus_scaled(u, Dm[i], -s.dxLam[i]);
+    s.Prs = plus(s.Prs, Ainv * u);
     set.harden(s.xLam);
     set.values(s.Prs, s.f);
     s.it = s.it + 1;
@@ -424,6 +548,8 @@ struct PlaneSet {
     }
 
     void harden(const double (&)[N]) const {}
+
+    static const Mat3* curvature(int) { return nullptr; }
 };
 
 // A complete return to plane faces: first step, then the loop of the

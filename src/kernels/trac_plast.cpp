@@ -25,9 +25,10 @@ rm::ReturnState<1> cut_off_return(const HsMaterial& mt, const KernelCall& k) {
     rm::ReturnState<1> s;
     rm::first_step(set, k.Prs_E, k.D3, s);
     while (!rm::converged(s)) {
+        if (!s.curv.ready) rm::form_curvatures(set, k.D3, s.curv);
         rm::SurfaceTerms<1> t;
         set.terms(s.Prs, s.xLam, t);
-        const Mat3 Ainv = inverse(rm::iteration_matrix<1>(k.D3, t, s.xLam));
+        const rm::IterationInverse Ainv = rm::iteration_inverse<1>(s.curv, s.xLam);
         const Vec3 Dm[1] = {k.D3 * t.m[0]};
         const Vec3 An = Ainv * t.n[0];
         const Vec3 r = s.Prs - rm::step_back<1>(k.Prs_E, Dm, s.xLam);

@@ -8,13 +8,15 @@
 //                  fa a(i) + fb b(i), entry by entry: two products, one sum
 //                  (addvec's order); a combination of several vectors is one
 //                  comb after another, never a regrouped sum
-//   inverse(A)     matinvpiv's Gauss-Jordan elimination
+//   inverse(A)     matinvpiv's Gauss-Jordan elimination (its 3x3 path, inline)
 //
 // Each operation rounds once; nothing is fused (the build forbids
 // contraction) and nothing is reordered, so finite results do not depend on
-// the compiler. Which operand's NaN survives a sum of two NaNs is the
-// compiler's choice (it may commute the sum), so code that already ran
-// through the toolkit's out-of-line routines (addvec, matvec) keeps them.
+// the compiler. Which operand's NaN survives a sum or a product of two NaNs
+// is the compiler's choice (it may commute either), so code that already
+// ran through the toolkit's out-of-line routines (addvec, matvec) keeps
+// them, and the products and sums of A * x and dot, which run unrolled and
+// inline, pin the NaN they keep (pinned::).
 #pragma once
 
 #include "toolkit/types.hpp"
@@ -24,11 +26,27 @@ namespace tervak {
 
 inline Vec3 operator*(const Mat3& A, const Vec3& x) {
     Vec3 y;
+#if defined(__x86_64__) && defined(__SSE2__)
+    // Rows 1 and 2 side by side (adjacent in a column), row 3 alone.
+    pinned::Pair s12 = {0.0, 0.0};
+    double s3 = 0.0;
+#pragma GCC unroll 3
+    for (int k = 1; k <= 3; ++k) {
+        const pinned::Pair a12 = {A(1, k), A(2, k)};
+        const pinned::Pair xk = {x(k), x(k)};
+        s12 = pinned::add_term(s12, pinned::mul(a12, xk));
+        s3 = pinned::add_term(s3, pinned::mul(A(3, k), x(k)));
+    }
+    y(1) = s12[0];
+    y(2) = s12[1];
+    y(3) = s3;
+#else
     for (int i = 1; i <= 3; ++i) {
         double s = 0.0;
-        for (int k = 1; k <= 3; ++k) s = s + A(i, k) * x(k);
+        for (int k = 1; k <= 3; ++k) s = pinned::add_term(s, pinned::mul(A(i, k), x(k)));
         y(i) = s;
     }
+#endif
     return y;
 }
 
@@ -45,7 +63,8 @@ inline Mat3 operator*(const Mat3& A, const Mat3& B) {
 
 inline double dot(const Vec3& a, const Vec3& b) {
     double s = 0.0;
-    for (int i = 1; i <= 3; ++i) s = s + a(i) * b(i);
+#pragma GCC unroll 3
+    for (int i = 1; i <= 3; ++i) s = pinned::add_term(s, pinned::mul(a(i), b(i)));
     return s;
 }
 
@@ -81,9 +100,10 @@ inline Mat3 identity3() {
     return I;
 }
 
-inline Mat3 inverse(const Mat3& A) {
+// matinvpiv's 3x3 elimination, inline.
+[[gnu::always_inline]] inline Mat3 inverse(const Mat3& A) {
     Mat3 Ainv;
-    matinvpiv(A.data(), Ainv.data(), 3);
+    matinvpiv_fixed<3>(A.data(), Ainv.data());
     return Ainv;
 }
 

@@ -135,7 +135,12 @@ struct HsMaterial {
     // (q / |qa - q|) (2 qa / Ei) - 2 q / Eur - gamma_p. |qa - q| keeps the
     // hyperbolic term's sign beyond the asymptote.
     static double hyperbola(double q, double qa_, double Ei, double Eur, double gamma_p) {
-        return q / std::abs(qa_ - q) * (2.0 * qa_ / Ei) - 2.0 * q / Eur - gamma_p;
+        return hyperbola_of(q, qa_, 2.0 * qa_ / Ei, Eur, gamma_p);
+    }
+    // The same with its factor 2 qa / Ei formed by the caller.
+    static double hyperbola_of(double q, double qa_, double two_qa_Ei, double Eur,
+                               double gamma_p) {
+        return q / std::abs(qa_ - q) * two_qa_Ei - 2.0 * q / Eur - gamma_p;
     }
 
     // gamma_p on the hyperbola at a deviator q below the asymptote:

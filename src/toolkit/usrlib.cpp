@@ -126,11 +126,8 @@ constexpr int kStackN = 9;
 
 // Column k of one Gauss-Jordan step: the pivot search (a row replaces the
 // candidate only when strictly larger), the exchange of rows k and p in both
-// matrices, and the division of row k by the pivot. N > 0 fixes the size at
-// compile time; N = 0 reads it from n_.
-template <int N>
-void pivot_row(double* W, double* Ainv, int n_, int k) {
-    const int n = N > 0 ? N : n_;
+// matrices, and the division of row k by the pivot.
+void pivot_row(double* W, double* Ainv, int n, int k) {
     int p = k;
     for (int i = k + 1; i < n; ++i)
         if (std::fabs(W[i + k * n]) > std::fabs(W[p + k * n])) p = i;
@@ -153,7 +150,7 @@ void pivot_row(double* W, double* Ainv, int n_, int k) {
 
 void gauss_jordan(double* W, double* Ainv, int n) {
     for (int k = 0; k < n; ++k) {
-        pivot_row<0>(W, Ainv, n, k);
+        pivot_row(W, Ainv, n, k);
         for (int i = 0; i < n; ++i) {
             if (i == k) continue;
             const double factor = W[i + k * n];
@@ -161,38 +158,6 @@ void gauss_jordan(double* W, double* Ainv, int n) {
                 W[i + j * n] = W[i + j * n] - factor * W[k + j * n];
                 Ainv[i + j * n] = Ainv[i + j * n] - factor * Ainv[k + j * n];
             }
-        }
-    }
-}
-
-// The same elimination for a size known at compile time (the 3x3 and 6x6
-// matrices of every stress point): the same pivot rule and the same
-// operations in the same order, element by element, so the same bits; only
-// the loop bounds are fixed.
-template <int N>
-void matinvpiv_fixed(const double* A, double* Ainv) {
-    double W[N * N];
-    for (int i = 0; i < N * N; ++i) {
-        W[i] = A[i];
-        Ainv[i] = 0.0;
-    }
-    for (int i = 0; i < N; ++i) Ainv[i + i * N] = 1.0;
-#pragma GCC unroll 6
-    for (int k = 0; k < N; ++k) {
-        pivot_row<N>(W, Ainv, N, k);
-        // Every row i other than k loses factor_i times row k, factor_i the
-        // row's entry in column k before the step. Each element sees the
-        // same operation as in the general loop; the elements are only
-        // visited column by column, which keeps a column contiguous.
-        double factor[N];
-        for (int i = 0; i < N; ++i) factor[i] = W[i + k * N];
-        for (int j = 0; j < N; ++j) {
-            const double wkj = W[k + j * N];
-            const double xkj = Ainv[k + j * N];
-            for (int i = 0; i < k; ++i) W[i + j * N] = W[i + j * N] - factor[i] * wkj;
-            for (int i = k + 1; i < N; ++i) W[i + j * N] = W[i + j * N] - factor[i] * wkj;
-            for (int i = 0; i < k; ++i) Ainv[i + j * N] = Ainv[i + j * N] - factor[i] * xkj;
-            for (int i = k + 1; i < N; ++i) Ainv[i + j * N] = Ainv[i + j * N] - factor[i] * xkj;
         }
     }
 }
