@@ -43,7 +43,7 @@ test: deps-test
 	@echo "== make test 1/4: plain build of the tests"
 	@cmake -S . -B $(BUILD) -G Ninja $(CMAKE_FLAGS) >/dev/null
 	@cmake --build $(BUILD) -j $(JOBS) --target tervak_tests
-	@echo "== make test 2/4: tests (the calibration runs for about a minute)"
+	@echo "== make test 2/4: tests (the parser fuzz target runs for about a minute)"
 	@ctest --test-dir $(BUILD) --output-on-failure -j $(JOBS) --timeout 900
 	@echo "== make test 3/4: sanitizer build of the tests"
 	@cmake -S . -B $(BUILD_SAN) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DTERVAK_SANITIZE=ON -DTERVAK_BENCH=OFF >/dev/null
