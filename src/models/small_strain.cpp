@@ -15,6 +15,7 @@
 #include "toolkit/principal.hpp"
 #include "toolkit/records.hpp"
 #include "toolkit/usrlib.hpp"
+#include "toolkit/usrlib.hpp"
 #include "toolkit/writers.hpp"
 
 namespace tervak::ss {
@@ -38,14 +39,6 @@ double mean_stress(const Vec3& Prs) { return (Prs(1) + Prs(2) + Prs(3)) / 3.0; }
 
 double floored(double p) { return p <= 1.0 ? 1.0 : p; }
 
-// False when an entry is infinite or NaN (their sum is then infinite or
-// NaN); a sum that overflows says false too, which only costs the fast path.
-bool finite(const double* x, int n) {
-    double s = 0.0;
-    for (int i = 0; i < n; ++i) s = s + x[i];
-    return std::isfinite(s);
-}
-
 // D x for a matrix D of Matriz6_NL (column-major 6x6: the normal block
 // holds the diagonal and off-diagonal entries, the shear diagonal the shear
 // modulus, every other entry is zero), with matvec's result: each entry the
@@ -58,7 +51,7 @@ bool finite(const double* x, int n) {
 Vec6 times6(const double* D, const double* x) {
     Vec6 y;
     const double distinct[3] = {D[0], D[6], D[21]};
-    if (!finite(distinct, 3) || !finite(x, 6)) {
+    if (!all_finite(distinct, 3) || !all_finite(x, 6)) {
         matvec(D, 6, x, 6, y.data());
         return y;
     }

@@ -178,11 +178,8 @@ void stress_vector(const Entry& B, double* Sig) {
 void carsig(double S1, double S2, double S3, const double* xN1, const double* xN2,
             const double* xN3, double* Sig) {
     const double* cols[3] = {xN1, xN2, xN3};
-    // An infinite or NaN entry makes the sum of all of them infinite or NaN
-    // (a sum that overflows only sends finite values the general way).
-    double sum = (S1 + S2) + S3;
-    for (int k = 0; k < 3; ++k) sum = ((sum + xN1[k]) + xN2[k]) + xN3[k];
-    if (std::isfinite(sum)) {
+    const double Sk[3] = {S1, S2, S3};
+    if (all_finite(Sk, 3) && all_finite(xN1, 3) && all_finite(xN2, 3) && all_finite(xN3, 3)) {
         // E (Sd Et) with matmat's result, formed from the entries that count.
         // Sd is diagonal: the products with its zero entries are +-0 and
         // leave a running sum as it is (it starts at +0, and a sum rounded to
@@ -190,7 +187,6 @@ void carsig(double S1, double S2, double S3, const double* xN1, const double* xN
         // Of B = E T only the six returned entries are formed. With finite
         // input the only NaN that can arise is the processor's default one,
         // so the compiler's operand order cannot change a bit.
-        const double Sk[3] = {S1, S2, S3};
         double T[3][3];  // T[k][j] = T(k+1, j+1)
         for (int k = 0; k < 3; ++k)
             for (int j = 0; j < 3; ++j) T[k][j] = 0.0 + Sk[k] * cols[k][j];

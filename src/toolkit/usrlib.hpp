@@ -30,6 +30,15 @@ void setveclen(double* a, int n, double len);
 // Gauss-Jordan inverse with partial pivoting by rows; no singularity test.
 void matinvpiv(const double* A, double* Ainv, int n);
 
+// False when an entry of x(1..n) is infinite or NaN: their sum is then
+// infinite or NaN. A sum that overflows says false too, which only sends
+// finite values down the general path of a caller.
+inline bool all_finite(const double* x, int n) {
+    double s = 0.0;
+    for (int i = 0; i < n; ++i) s = s + x[i];
+    return std::isfinite(s);
+}
+
 // Which NaN survives a sum or a product of two NaNs is the compiler's
 // choice unless it is pinned: the operations below fix it, so that code
 // that runs inline and unrolled keeps the NaN the library's results have
