@@ -15,7 +15,6 @@
 #include "toolkit/principal.hpp"
 #include "toolkit/records.hpp"
 #include "toolkit/usrlib.hpp"
-#include "toolkit/usrlib.hpp"
 #include "toolkit/writers.hpp"
 
 namespace tervak::ss {
